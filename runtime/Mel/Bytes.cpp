@@ -46,7 +46,9 @@ const uint8_t* Bytes::data() const noexcept {
     return rep_ ? rep_->data : &empty;
 }
 
-size_t Bytes::size() const noexcept { return rep_ ? rep_->size : 0; }
+size_t Bytes::size() const noexcept {
+    return rep_ ? rep_->size : 0;
+}
 
 std::string Bytes::toHex() const {
     static const char digits[] = "0123456789abcdef";
@@ -66,12 +68,17 @@ Bytes Bytes::fromHex(std::string_view hex) {
         char c = hex[i];
         if (c == ' ' || c == '\n' || c == '\t' || c == ':') continue;
         int v;
-        if (c >= '0' && c <= '9') v = c - '0';
-        else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-        else throw ParseException("bad hex digit '" + std::string(1, c) + "' at offset " +
-                                  std::to_string(i));
-        if (hi < 0) hi = v;
+        if (c >= '0' && c <= '9')
+            v = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            v = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            v = c - 'A' + 10;
+        else
+            throw ParseException("bad hex digit '" + std::string(1, c) + "' at offset " +
+                                 std::to_string(i));
+        if (hi < 0)
+            hi = v;
         else {
             out.push_back(static_cast<uint8_t>(hi << 4 | v));
             hi = -1;

@@ -14,7 +14,7 @@
 namespace Mel {
 
 class Bytes {
-  public:
+public:
     Bytes() noexcept = default;
     Bytes(const void* data, size_t len);
     explicit Bytes(std::span<const uint8_t> s) : Bytes(s.data(), s.size()) {}
@@ -49,7 +49,7 @@ class Bytes {
         return a.view() <=> b.view();
     }
 
-  private:
+private:
     struct Rep {
         std::atomic<uint32_t> refs;
         uint32_t size;

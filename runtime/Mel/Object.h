@@ -9,7 +9,7 @@
 namespace Mel {
 
 class Object {
-  public:
+public:
     Object() noexcept = default;
     Object(const Object&) noexcept {}
     Object& operator=(const Object&) noexcept { return *this; }
@@ -21,7 +21,7 @@ class Object {
     }
     uint32_t refCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
 
-  private:
+private:
     mutable std::atomic<uint32_t> refs_{0};
 };
 

@@ -1,10 +1,10 @@
 // Intrusive reference-counted pointers.
-//   Mel::Ptr<Foo> p(new Foo);          // Foo provides refInc()/refDec() (Mel::Object or Keel::DedupHandleBase)
-//   Mel::PtrConst<Foo> c = p;          // const view, shares the count
+//   Mel::Ptr<Foo> p(new Foo);          // Foo provides refInc()/refDec() (Mel::Object or
+//   Keel::DedupHandleBase) Mel::PtrConst<Foo> c = p;          // const view, shares the count
 #pragma once
 
-#include <cstddef>
 #include <compare>
+#include <cstddef>
 #include <functional>
 #include <type_traits>
 #include <utility>
@@ -13,7 +13,7 @@ namespace Mel {
 
 template <class T>
 class Ptr {
-  public:
+public:
     using element_type = T;
 
     constexpr Ptr() noexcept = default;
@@ -25,11 +25,11 @@ class Ptr {
     Ptr(const Ptr& o) noexcept : Ptr(o.p_) {}
     Ptr(Ptr&& o) noexcept : p_(std::exchange(o.p_, nullptr)) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(const Ptr<U>& o) noexcept : Ptr(o.get()) {}
+    requires std::is_convertible_v<U*, T*> Ptr(const Ptr<U>& o)
+    noexcept : Ptr(o.get()) {}
     template <class U>
-        requires std::is_convertible_v<U*, T*>
-    Ptr(Ptr<U>&& o) noexcept : p_(o.detach()) {}
+    requires std::is_convertible_v<U*, T*> Ptr(Ptr<U>&& o)
+    noexcept : p_(o.detach()) {}
     ~Ptr() {
         if (p_) p_->refDec();
     }
@@ -75,7 +75,7 @@ class Ptr {
                                         static_cast<const void*>(o.get()));
     }
 
-  private:
+private:
     T* p_ = nullptr;
 };
 
