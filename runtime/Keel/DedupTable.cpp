@@ -284,10 +284,9 @@ bool DedupHandleBase::compareByContent(const DedupContentHandle&) const {
 }
 
 void DedupHandleBase::refInc() const noexcept {
-#ifndef NDEBUG
+    // A lookup can never reach an object on its way out; anything else that does is a bug.
     ORV_ASSERT_TEXT(dedupState() != DedupHandleState::beingDestroyed,
                     "assertDedupHandleRefIncWhilstDetached");
-#endif
     refs_.fetch_add(1, std::memory_order_relaxed);
 }
 
