@@ -1,0 +1,401 @@
+#include "support/TsharkHelpers.h"
+
+#include <cctype>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <sstream>
+#include <stdexcept>
+#include <sys/wait.h>
+
+namespace OrvTest {
+namespace {
+
+namespace fs = std::filesystem;
+
+void put16(std::vector<std::uint8_t>& out, unsigned v) {
+    out.push_back(static_cast<std::uint8_t>(v >> 8));
+    out.push_back(static_cast<std::uint8_t>(v));
+}
+
+void put32(std::vector<std::uint8_t>& out, std::uint32_t v) {
+    put16(out, v >> 16);
+    put16(out, v & 0xffff);
+}
+
+void put32le(std::vector<std::uint8_t>& out, std::uint32_t v) {
+    for (int i = 0; i < 4; ++i)
+        out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
+}
+
+void put16le(std::vector<std::uint8_t>& out, unsigned v) {
+    out.push_back(static_cast<std::uint8_t>(v));
+    out.push_back(static_cast<std::uint8_t>(v >> 8));
+}
+
+// Internet checksum over `bytes`, starting from `sum`.
+std::uint16_t inetChecksum(std::span<const std::uint8_t> bytes, std::uint32_t sum = 0) {
+    for (std::size_t i = 0; i < bytes.size(); i += 2) {
+        unsigned word = bytes[i] << 8;
+        if (i + 1 < bytes.size()) word |= bytes[i + 1];
+        sum += word;
+    }
+    while (sum >> 16)
+        sum = (sum & 0xffff) + (sum >> 16);
+    return static_cast<std::uint16_t>(~sum);
+}
+
+std::string xmlUnescape(std::string_view in) {
+    std::string out;
+    out.reserve(in.size());
+    for (std::size_t i = 0; i < in.size(); ++i) {
+        if (in[i] != '&') {
+            out += in[i];
+            continue;
+        }
+        auto semi = in.find(';', i);
+        if (semi == std::string_view::npos) {
+            out += in.substr(i);
+            break;
+        }
+        auto ent = in.substr(i + 1, semi - i - 1);
+        if (ent == "quot")
+            out += '"';
+        else if (ent == "amp")
+            out += '&';
+        else if (ent == "lt")
+            out += '<';
+        else if (ent == "gt")
+            out += '>';
+        else if (ent == "apos")
+            out += '\'';
+        else if (!ent.empty() && ent[0] == '#') {
+            bool hex = ent.size() > 1 && (ent[1] == 'x' || ent[1] == 'X');
+            auto code =
+                std::strtoul(std::string(ent.substr(hex ? 2 : 1)).c_str(), nullptr, hex ? 16 : 10);
+            out += code < 0x80 ? static_cast<char>(code) : '?';
+        } else {
+            out += '&';
+            out += ent;
+            out += ';';
+        }
+        i = semi;
+    }
+    return out;
+}
+
+// One start, end or empty-element tag of the PDML stream.
+struct Tag {
+    std::string name;
+    std::map<std::string, std::string> attrs;
+    bool closing = false;
+    bool selfClosing = false;
+};
+
+// Reads the tag at `pos` (which points at '<'); leaves `pos` after its '>'.
+bool readTag(const std::string& xml, std::size_t& pos, Tag& tag) {
+    tag = Tag{};
+    std::size_t end = pos + 1;
+    bool inQuote = false;
+    while (end < xml.size() && (inQuote || xml[end] != '>')) {
+        if (xml[end] == '"') inQuote = !inQuote;
+        ++end;
+    }
+    if (end >= xml.size()) return false;
+    std::string_view body(xml.data() + pos + 1, end - pos - 1);
+    pos = end + 1;
+    if (!body.empty() && body.front() == '/') {
+        tag.closing = true;
+        body.remove_prefix(1);
+    }
+    if (!body.empty() && body.back() == '/') {
+        tag.selfClosing = true;
+        body.remove_suffix(1);
+    }
+    std::size_t i = 0;
+    while (i < body.size() && !std::isspace(static_cast<unsigned char>(body[i])))
+        ++i;
+    tag.name = std::string(body.substr(0, i));
+    while (i < body.size()) {
+        while (i < body.size() && std::isspace(static_cast<unsigned char>(body[i])))
+            ++i;
+        auto eq = body.find('=', i);
+        if (eq == std::string_view::npos || eq + 1 >= body.size() || body[eq + 1] != '"') break;
+        auto close = body.find('"', eq + 2);
+        if (close == std::string_view::npos) break;
+        tag.attrs[std::string(body.substr(i, eq - i))] =
+            xmlUnescape(body.substr(eq + 2, close - eq - 2));
+        i = close + 1;
+    }
+    return true;
+}
+
+std::string attr(const Tag& tag, const char* key) {
+    auto it = tag.attrs.find(key);
+    return it == tag.attrs.end() ? std::string() : it->second;
+}
+
+// Fills `fields`, `text` and `warnings` from tshark's PDML output.
+void parsePdml(const std::string& xml, TsharkDecode& out) {
+    int depth = 0;
+    std::size_t pos = 0;
+    Tag tag;
+    while ((pos = xml.find('<', pos)) != std::string::npos) {
+        if (xml.compare(pos, 2, "<?") == 0 || xml.compare(pos, 2, "<!") == 0) {
+            pos = xml.find('>', pos);
+            if (pos == std::string::npos) break;
+            continue;
+        }
+        if (!readTag(xml, pos, tag)) break;
+        if (tag.name != "field" && tag.name != "proto") continue;
+        if (tag.closing) {
+            --depth;
+            continue;
+        }
+        std::string name = attr(tag, "name");
+        std::string showname = attr(tag, "showname");
+        std::string show = attr(tag, "show");
+        bool hidden = attr(tag, "hide") == "yes";
+        if (tag.name == "field") out.fields.push_back({name, show, attr(tag, "value"), depth});
+        if (!hidden) {
+            std::string line = showname.empty() ? show : showname;
+            if (!line.empty())
+                out.text += std::string(4 * static_cast<std::size_t>(depth), ' ') + line + "\n";
+        }
+        // "Expert Info (Warning/Malformed): message"; Chat and Comment are informational.
+        if (name == "_ws.expert") {
+            auto open = showname.find('(');
+            auto slash = showname.find('/', open);
+            std::string severity = open == std::string::npos || slash == std::string::npos
+                                       ? std::string()
+                                       : showname.substr(open + 1, slash - open - 1);
+            if (severity != "Chat" && severity != "Comment") out.warnings.push_back(showname);
+        } else if (name == "_ws.malformed" && !hidden) {
+            out.warnings.push_back(showname.empty() ? "Malformed Packet" : showname);
+        }
+        if (!tag.selfClosing) ++depth;
+    }
+}
+
+// Runs `cmd` through the shell; returns its exit status and fills `output` with its stdout.
+int runCapture(const std::string& cmd, std::string& output) {
+    FILE* pipe = ::popen(cmd.c_str(), "r");
+    if (!pipe) return -1;
+    char buf[65536];
+    std::size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, pipe)) > 0)
+        output.append(buf, n);
+    int status = ::pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string shellQuote(const std::string& s) {
+    std::string out = "'";
+    for (char c : s) {
+        if (c == '\'')
+            out += "'\\''";
+        else
+            out += c;
+    }
+    return out + "'";
+}
+
+std::string readFile(const fs::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+}
+
+} // namespace
+
+bool tsharkAvailable() {
+    static const bool available = [] {
+        std::string ignored;
+        return runCapture("tshark -v >/dev/null 2>&1", ignored) == 0;
+    }();
+    return available;
+}
+
+std::vector<std::string> TsharkDecode::fieldValues(const std::string& name) const {
+    std::vector<std::string> out;
+    for (const auto& f : fields)
+        if (f.name == name) out.push_back(f.show);
+    return out;
+}
+
+std::string TsharkDecode::decodedField(const std::string& name) const {
+    std::string out;
+    for (const auto& v : fieldValues(name)) {
+        if (!out.empty()) out += ',';
+        out += v;
+    }
+    return out;
+}
+
+std::vector<std::string> TsharkDecode::fieldHex(const std::string& name) const {
+    std::vector<std::string> out;
+    for (const auto& f : fields)
+        if (f.name == name) out.push_back(f.value);
+    return out;
+}
+
+std::vector<std::uint8_t> buildUpdate(std::span<const std::uint8_t> attributes) {
+    static constexpr std::uint8_t nlri[] = {8, 10}; // 10.0.0.0/8
+    std::vector<std::uint8_t> msg(16, 0xff);
+    put16(msg, static_cast<unsigned>(19 + 2 + 2 + attributes.size() + sizeof nlri));
+    msg.push_back(2); // UPDATE
+    put16(msg, 0);    // no withdrawn routes
+    put16(msg, static_cast<unsigned>(attributes.size()));
+    msg.insert(msg.end(), attributes.begin(), attributes.end());
+    msg.insert(msg.end(), std::begin(nlri), std::end(nlri));
+    return msg;
+}
+
+std::vector<std::uint8_t> buildPcap(std::span<const std::uint8_t> payload) {
+    if (payload.size() > 65535 - 40)
+        throw std::length_error("buildPcap: payload does not fit one IPv4 packet");
+    static constexpr std::uint8_t src[4] = {192, 0, 2, 1}, dst[4] = {192, 0, 2, 2};
+    const unsigned tcpLen = static_cast<unsigned>(20 + payload.size());
+
+    std::vector<std::uint8_t> ip;
+    ip.push_back(0x45);
+    ip.push_back(0);
+    put16(ip, 20 + tcpLen);
+    put16(ip, 1);      // identification
+    put16(ip, 0x4000); // don't fragment
+    ip.push_back(64);  // TTL
+    ip.push_back(6);   // TCP
+    put16(ip, 0);      // checksum, below
+    ip.insert(ip.end(), std::begin(src), std::end(src));
+    ip.insert(ip.end(), std::begin(dst), std::end(dst));
+    std::uint16_t ipSum = inetChecksum(ip);
+    ip[10] = static_cast<std::uint8_t>(ipSum >> 8);
+    ip[11] = static_cast<std::uint8_t>(ipSum);
+
+    std::vector<std::uint8_t> tcp;
+    put16(tcp, 179);
+    put16(tcp, 50179);
+    put32(tcp, 1000); // sequence
+    put32(tcp, 2000); // acknowledgement
+    tcp.push_back(0x50);
+    tcp.push_back(0x18); // PSH, ACK
+    put16(tcp, 65535);
+    put16(tcp, 0); // checksum, below
+    put16(tcp, 0);
+    tcp.insert(tcp.end(), payload.begin(), payload.end());
+    std::vector<std::uint8_t> pseudo(std::begin(src), std::end(src));
+    pseudo.insert(pseudo.end(), std::begin(dst), std::end(dst));
+    pseudo.push_back(0);
+    pseudo.push_back(6);
+    put16(pseudo, tcpLen);
+    std::uint32_t partial = 0;
+    for (std::size_t i = 0; i < pseudo.size(); i += 2)
+        partial += (pseudo[i] << 8) | pseudo[i + 1];
+    std::uint16_t tcpSum = inetChecksum(tcp, partial);
+    tcp[16] = static_cast<std::uint8_t>(tcpSum >> 8);
+    tcp[17] = static_cast<std::uint8_t>(tcpSum);
+
+    std::vector<std::uint8_t> frame = {0x02, 0, 0, 0, 0, 0x02, 0x02, 0, 0, 0, 0, 0x01, 0x08, 0x00};
+    frame.insert(frame.end(), ip.begin(), ip.end());
+    frame.insert(frame.end(), tcp.begin(), tcp.end());
+
+    std::vector<std::uint8_t> file;
+    put32le(file, 0xa1b2c3d4); // pcap, microsecond timestamps
+    put16le(file, 2);
+    put16le(file, 4);
+    put32le(file, 0);      // timezone
+    put32le(file, 0);      // accuracy
+    put32le(file, 262144); // snap length
+    put32le(file, 1);      // Ethernet
+    put32le(file, 1700000000);
+    put32le(file, 0);
+    put32le(file, static_cast<std::uint32_t>(frame.size()));
+    put32le(file, static_cast<std::uint32_t>(frame.size()));
+    file.insert(file.end(), frame.begin(), frame.end());
+    return file;
+}
+
+TsharkDecode decodeBgp(std::span<const std::uint8_t> bgpMessages,
+                       const std::vector<std::string>& extraPrefs) {
+    TsharkDecode out;
+    std::vector<std::uint8_t> pcap;
+    try {
+        pcap = buildPcap(bgpMessages);
+    } catch (const std::exception& e) {
+        out.error = e.what();
+        return out;
+    }
+    std::string templ = (fs::temp_directory_path() / "orv-tshark-XXXXXX").string();
+    if (!::mkdtemp(templ.data())) {
+        out.error =
+            "cannot create a temporary directory under " + fs::temp_directory_path().string();
+        return out;
+    }
+    const fs::path dir(templ);
+    const fs::path file = dir / "update.pcap";
+    const fs::path errFile = dir / "stderr.txt";
+    {
+        std::ofstream os(file, std::ios::binary);
+        os.write(reinterpret_cast<const char*>(pcap.data()),
+                 static_cast<std::streamsize>(pcap.size()));
+        if (!os) {
+            out.error = "cannot write " + file.string();
+            std::error_code ec;
+            fs::remove_all(dir, ec);
+            return out;
+        }
+    }
+    std::string cmd = "tshark -n -r " + shellQuote(file.string()) +
+                      " -T pdml -o tcp.check_checksum:FALSE"
+                      " -o tcp.analyze_sequence_numbers:FALSE -d tcp.port==179,bgp";
+    for (const auto& pref : extraPrefs)
+        cmd += " -o " + shellQuote(pref);
+    cmd += " 2>" + shellQuote(errFile.string());
+    std::string pdml;
+    int rc = runCapture(cmd, pdml);
+    if (rc != 0) {
+        out.error = "tshark exited with " + std::to_string(rc) + ": " + readFile(errFile);
+    } else {
+        out.ran = true;
+        parsePdml(pdml, out);
+    }
+    std::error_code ec;
+    fs::remove_all(dir, ec);
+    return out;
+}
+
+TsharkDecode wrapInUpdate(std::span<const std::uint8_t> attributes,
+                          const std::vector<std::string>& extraPrefs) {
+    return decodeBgp(buildUpdate(attributes), extraPrefs);
+}
+
+std::vector<std::uint8_t> bytesFromHex(const std::string& hex) {
+    std::vector<std::uint8_t> out;
+    int pending = -1;
+    for (char c : hex) {
+        int v;
+        if (c >= '0' && c <= '9')
+            v = c - '0';
+        else if (c >= 'a' && c <= 'f')
+            v = c - 'a' + 10;
+        else if (c >= 'A' && c <= 'F')
+            v = c - 'A' + 10;
+        else if (c == ' ' || c == '-' || c == ':' || c == '\t' || c == '\n' || c == '\r')
+            continue;
+        else
+            throw std::invalid_argument("bytesFromHex: not a hex digit in \"" + hex + "\"");
+        if (pending < 0) {
+            pending = v;
+        } else {
+            out.push_back(static_cast<std::uint8_t>(pending << 4 | v));
+            pending = -1;
+        }
+    }
+    if (pending >= 0)
+        throw std::invalid_argument("bytesFromHex: odd number of hex digits in \"" + hex + "\"");
+    return out;
+}
+
+} // namespace OrvTest

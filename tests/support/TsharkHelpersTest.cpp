@@ -1,0 +1,58 @@
+// The decoding oracle must itself notice broken input, or a clean result from it proves nothing.
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+namespace OrvTest {
+namespace {
+
+// ORIGIN IGP, empty AS_PATH, NEXT_HOP 192.0.2.9.
+const std::vector<std::uint8_t> kBase = bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
+
+std::vector<std::uint8_t> withAttr(const std::string& hex) {
+    auto out = kBase;
+    auto extra = bytesFromHex(hex);
+    out.insert(out.end(), extra.begin(), extra.end());
+    return out;
+}
+
+TEST(TsharkHelpers, CleanUpdateDecodesFieldsWithoutWarnings) {
+    if (!tsharkAvailable()) GTEST_SKIP() << kTsharkMissing;
+    auto d = wrapInUpdate(withAttr("80 09 04 01 02 03 04  80 0a 08 0a 00 00 01 0a 00 00 02"));
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_TRUE(d.warnings.empty()) << d.text;
+    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.originator_id"), "1.2.3.4");
+    EXPECT_EQ(d.decodedField("bgp.path_attribute.cluster_id"), "10.0.0.1,10.0.0.2");
+    EXPECT_EQ(d.fieldHex("bgp.path_attribute.cluster_id"),
+              (std::vector<std::string>{"0a000001", "0a000002"}));
+    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.next_hop"), "192.0.2.9");
+    EXPECT_NE(d.text.find("UPDATE Message"), std::string::npos) << d.text;
+    EXPECT_FALSE(d.hasField("bgp.update.path_attribute.dpath"));
+}
+
+TEST(TsharkHelpers, MalformedAttributeIsReported) {
+    if (!tsharkAvailable()) GTEST_SKIP() << kTsharkMissing;
+    // CLUSTER_LIST of 7 bytes: not a multiple of 4.
+    auto d = wrapInUpdate(withAttr("80 0a 07 0a 00 00 01 0a 00 00"));
+    ASSERT_TRUE(d.ran) << d.error;
+    ASSERT_FALSE(d.warnings.empty()) << d.text;
+    EXPECT_NE(d.warnings.front().find("Malformed"), std::string::npos) << d.warnings.front();
+}
+
+TEST(TsharkHelpers, LengthMismatchBetweenMessageAndAttributesIsReported) {
+    if (!tsharkAvailable()) GTEST_SKIP() << kTsharkMissing;
+    auto msg = buildUpdate(withAttr("80 09 04 01 02 03 04"));
+    msg[22] += 1; // total path attribute length one byte too long: the NLRI is read as an attribute
+    auto d = decodeBgp(msg);
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_FALSE(d.warnings.empty()) << d.text;
+}
+
+TEST(TsharkHelpers, HexReaderRejectsOddAndForeignInput) {
+    EXPECT_EQ(bytesFromHex("0a:0B-0c  ff"), (std::vector<std::uint8_t>{0x0a, 0x0b, 0x0c, 0xff}));
+    EXPECT_THROW(bytesFromHex("abc"), std::invalid_argument);
+    EXPECT_THROW(bytesFromHex("zz"), std::invalid_argument);
+}
+
+} // namespace
+} // namespace OrvTest
