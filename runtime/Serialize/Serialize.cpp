@@ -1,0 +1,98 @@
+#define ORV_UNIT "Serialize/Serialize"
+
+#include "Serialize/Serialize.h"
+
+#include "Keel/Assert.h"
+
+void Serialize::patchU8(size_t offset, uint8_t v) {
+    ORV_ASSERT(offset < size());
+    buf_[offset] = v;
+}
+
+void Serialize::patchU16hton(size_t offset, uint16_t v) {
+    ORV_ASSERT(offset + 2 <= size());
+    buf_[offset] = uint8_t(v >> 8);
+    buf_[offset + 1] = uint8_t(v);
+}
+
+void Serialize::patchU32hton(size_t offset, uint32_t v) {
+    ORV_ASSERT(offset + 4 <= size());
+    for (int i = 0; i < 4; ++i)
+        buf_[offset + i] = uint8_t(v >> (24 - 8 * i));
+}
+
+bool Serialize::isInline() const noexcept {
+    // small_vector keeps its inline storage right after the header it shares with the vector.
+    const uint8_t* p = buf_.data();
+    const uint8_t* self = reinterpret_cast<const uint8_t*>(&buf_);
+    return p >= self && p < self + sizeof(buf_);
+}
+
+void Serialize::truncate(size_t offset) {
+    ORV_ASSERT(offset <= size());
+    buf_.resize(offset);
+}
+
+void Serialize::dropFront(size_t n) {
+    ORV_ASSERT(n <= size());
+    buf_.erase(buf_.begin(), buf_.begin() + n);
+}
+
+size_t SerializePathAttribute(Serialize& s, uint8_t type, uint8_t flags, size_t valueLen) {
+    ORV_ASSERT(valueLen <= 0xffff);
+    if (valueLen <= 0xff && !(flags & pathAttrFlagExtendedLength)) {
+        s.addU8(flags);
+        s.addU8(type);
+        s.addU8(uint8_t(valueLen));
+        return 3;
+    }
+    s.addU8(flags | pathAttrFlagExtendedLength);
+    s.addU8(type);
+    s.addU16hton(uint16_t(valueLen));
+    return 4;
+}
+
+size_t SerializePathAttributeAutoExtLen::valueSize() const {
+    ORV_ASSERT(!patched_);
+    return size() - reservedHeaderSize;
+}
+
+Mel::Bytes SerializePathAttributeAutoExtLen::valueBytes() const {
+    ORV_ASSERT(!patched_);
+    return Mel::Bytes(data() + reservedHeaderSize, size() - reservedHeaderSize);
+}
+
+void SerializePathAttributeAutoExtLen::patchHdr(uint8_t type, uint8_t flags) {
+    ORV_ASSERT(!patched_);
+    patched_ = true;
+    size_t valueLen = size() - reservedHeaderSize;
+    ORV_ASSERT(valueLen <= 0xffff);
+    if (valueLen <= 0xff && !(flags & pathAttrFlagExtendedLength)) {
+        // 3-byte header in bytes 1-3, then drop byte 0.
+        patchU8(1, flags);
+        patchU8(2, type);
+        patchU8(3, uint8_t(valueLen));
+        dropFront(1);
+    } else {
+        patchU8(0, flags | pathAttrFlagExtendedLength);
+        patchU8(1, type);
+        patchU16hton(2, uint16_t(valueLen));
+    }
+}
+
+Mel::Bytes SerializePathAttributeAutoExtLen::patchHdrAndStringify(uint8_t type, uint8_t flags) {
+    patchHdr(type, flags);
+    return serializedBytes();
+}
+
+std::string SerializePathAttributeAutoExtLen::patchHdrAndString(uint8_t type, uint8_t flags) {
+    patchHdr(type, flags);
+    return serializedString();
+}
+
+Mel::Bytes pathAttributeBytes(uint8_t type, uint8_t flags, std::span<const uint8_t> value) {
+    Serialize s;
+    SerializePathAttribute(s, type, flags, value.size());
+    s.addData(value);
+    return s.serializedBytes();
+}
