@@ -81,10 +81,11 @@ MelStash::TypeStats* statsForName(const std::string& name) {
         new std::map<std::string, MelStash::TypeStats*>;
     auto it = byName->find(name);
     if (it != byName->end()) return it->second;
-    auto* keep = new std::string(name); // TypeStats keeps the name pointer for the process's life
-    auto* s = new MelStash::TypeStats(keep->c_str(), MelStash::TypeStats::Kind::tableMemory);
-    byName->emplace(name, s);
-    return s;
+    // TypeStats keeps the name pointer for the process's life: point it at the map's own key,
+    // which never moves and is never freed (a separately allocated string would read as a leak).
+    it = byName->emplace(name, nullptr).first;
+    it->second = new MelStash::TypeStats(it->first.c_str(), MelStash::TypeStats::Kind::tableMemory);
+    return it->second;
 }
 
 std::atomic<bool>& multiThreadedFlag() {
