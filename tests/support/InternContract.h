@@ -1,0 +1,79 @@
+// The contract every interned type keeps, tested once over all of them.
+//   struct ClusterListTraits { using Object = ClusterList; static Content content(int i); static Ptr intern(const Content&); static size_t tableSize(); };
+//   INSTANTIATE_TYPED_TEST_SUITE_P(ClusterList, InternContract, ::testing::Types<ClusterListTraits>);
+#pragma once
+
+#include "Keel/DedupHandleBase.h"
+#include "MelStash/StoreManager.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <thread>
+#include <vector>
+
+// Traits: `content(i)` gives distinct contents for distinct i (0..63 at least); `intern(c)` interns one;
+// `tableSize()` counts the entries of the table intern() uses; `Object` is the interned class.
+template <class Traits>
+class InternContract : public ::testing::Test {
+  protected:
+    static int64_t live() { return Traits::Object::melStashTypeStats().objects.load(); }
+};
+
+TYPED_TEST_SUITE_P(InternContract);
+
+TYPED_TEST_P(InternContract, EqualContentsShareOneObjectWithOneHash) {
+    size_t before = TypeParam::tableSize();
+    {
+        auto a = TypeParam::intern(TypeParam::content(1));
+        auto b = TypeParam::intern(TypeParam::content(1));
+        auto c = TypeParam::intern(TypeParam::content(2));
+        ASSERT_TRUE(a && b && c);
+        EXPECT_EQ(a.get(), b.get());
+        EXPECT_NE(a.get(), c.get());
+        EXPECT_TRUE(a->isDeduped());
+        EXPECT_TRUE(a->compare(b.get()));
+        EXPECT_FALSE(a->compare(c.get()));
+        EXPECT_EQ(TypeParam::tableSize(), before + 2);
+    }
+    EXPECT_EQ(TypeParam::tableSize(), before);
+}
+
+TYPED_TEST_P(InternContract, ReleasingEveryHolderFreesEveryObject) {
+    int64_t before = TestFixture::live();
+    size_t tableBefore = TypeParam::tableSize();
+    {
+        std::vector<decltype(TypeParam::intern(TypeParam::content(0)))> held;
+        for (int i = 0; i < 64; ++i) held.push_back(TypeParam::intern(TypeParam::content(i)));
+        for (int i = 0; i < 64; ++i) held.push_back(TypeParam::intern(TypeParam::content(i)));
+        EXPECT_EQ(TypeParam::tableSize(), tableBefore + 64);
+    }
+    EXPECT_EQ(TypeParam::tableSize(), tableBefore);
+    EXPECT_EQ(TestFixture::live(), before);
+}
+
+TYPED_TEST_P(InternContract, ConcurrentInternAndRelease) {
+    int64_t before = TestFixture::live();
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 rng(77 + t);
+            std::vector<decltype(TypeParam::intern(TypeParam::content(0)))> held(8);
+            for (int i = 0; i < 3000; ++i) {
+                int k = int(rng() % 16);
+                auto p = TypeParam::intern(TypeParam::content(k));
+                auto again = TypeParam::intern(TypeParam::content(k));
+                if (p.get() != again.get() || !p->isDeduped()) wrong.fetch_add(1);
+                held[rng() % held.size()] = std::move(p);
+            }
+        });
+    }
+    for (auto& t : threads) t.join();
+    EXPECT_EQ(wrong, 0);
+    EXPECT_EQ(TestFixture::live(), before);
+}
+
+REGISTER_TYPED_TEST_SUITE_P(InternContract, EqualContentsShareOneObjectWithOneHash,
+                            ReleasingEveryHolderFreesEveryObject, ConcurrentInternAndRelease);
