@@ -66,20 +66,32 @@ struct Registry {
     std::mutex outputMutex; // serialises lines and guards sink
     Sink sink;
 
-    Registry() {
-        if (const char* env = std::getenv("ORV_TRACE")) {
-            config = parseSpec(env, [](std::string_view entry, const char* reason) {
-                std::fprintf(stderr, "Tracelet: ignoring ORV_TRACE entry '%.*s': %s\n",
-                             int(entry.size()), entry.data(), reason);
-            });
-        }
+    // Makes `c` the configuration and sets every handle's level from it.
+    void apply(Config c) {
+        std::lock_guard lock(mutex);
+        config = std::move(c);
         orvBgpHandle.levelIs(levelFor(config, orvBgpHandle.name()));
+        for (auto& [name, h] : handles)
+            h->levelIs(levelFor(config, name));
     }
 };
 
+Config environmentConfig() {
+    const char* env = std::getenv("ORV_TRACE");
+    if (!env) return {};
+    return parseSpec(env, [](std::string_view entry, const char* reason) {
+        std::fprintf(stderr, "Tracelet: ignoring ORV_TRACE entry '%.*s': %s\n", int(entry.size()),
+                     entry.data(), reason);
+    });
+}
+
 Registry& registry() {
     // Never destroyed: handles stay usable while other static objects are torn down.
-    static Registry* r = new Registry;
+    static Registry* r = [] {
+        auto* reg = new Registry;
+        reg->apply(environmentConfig());
+        return reg;
+    }();
     return *r;
 }
 
@@ -126,12 +138,11 @@ void configure(std::string_view spec) {
     Config config = parseSpec(spec, [](std::string_view entry, const char* reason) {
         throw Mel::ParseException("invalid trace setting '" + std::string(entry) + "': " + reason);
     });
-    Registry& r = registry();
-    std::lock_guard lock(r.mutex);
-    r.config = std::move(config);
-    orvBgpHandle.levelIs(levelFor(r.config, orvBgpHandle.name()));
-    for (auto& [name, h] : r.handles)
-        h->levelIs(levelFor(r.config, name));
+    registry().apply(std::move(config));
+}
+
+void configureFromEnvironment() {
+    registry().apply(environmentConfig());
 }
 
 Sink sinkIs(Sink sink) {

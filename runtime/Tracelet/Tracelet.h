@@ -64,6 +64,10 @@ inline Handle& orvBgp() noexcept {
 // switched off. Throws Mel::ParseException naming the bad entry, leaving levels unchanged.
 void configure(std::string_view spec);
 
+// Re-reads ORV_TRACE and applies it as configure() would, except that malformed entries are
+// reported on stderr and skipped. Load time does this once; call again after changing it.
+void configureFromEnvironment();
+
 using Sink = std::function<void(std::string_view text)>;
 // Installs a sink (an empty one restores stderr) and returns the previous one. Calls to the sink
 // are serialised, so it need not be thread-safe.

@@ -2,6 +2,7 @@
 
 #include "Mel/Exception.h"
 
+#include <cstdlib>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <mutex>
@@ -80,6 +81,24 @@ TEST_F(TraceletHandle, BadConfigurationThrowsAndChangesNothing) {
         }
         EXPECT_EQ(Tracelet::orvBgp().level(), 3);
     }
+}
+
+TEST_F(TraceletHandle, EnvironmentSkipsMalformedEntries) {
+    const char* saved = std::getenv("ORV_TRACE");
+    std::string savedValue = saved ? saved : "";
+    setenv("ORV_TRACE", "OrvBgp:4,TraceletTestA:12,TraceletTestB", 1);
+    testing::internal::CaptureStderr();
+    Tracelet::configureFromEnvironment();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              "Tracelet: ignoring ORV_TRACE entry 'TraceletTestA:12': level must be one digit "
+              "0-9\n");
+    EXPECT_EQ(Tracelet::orvBgp().level(), 4);
+    EXPECT_EQ(Tracelet::handle("TraceletTestA").level(), Tracelet::Handle::off);
+    EXPECT_EQ(Tracelet::handle("TraceletTestB").level(), 9);
+    if (saved)
+        setenv("ORV_TRACE", savedValue.c_str(), 1);
+    else
+        unsetenv("ORV_TRACE");
 }
 
 TEST_F(TraceletHandle, DefaultSinkWritesNamedLineToStderr) {
