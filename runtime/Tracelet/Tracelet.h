@@ -70,7 +70,7 @@ void configureFromEnvironment();
 
 using Sink = std::function<void(std::string_view text)>;
 // Installs a sink (an empty one restores stderr) and returns the previous one. Calls to the sink
-// are serialised, so it need not be thread-safe.
+// are serialised, so it need not be thread-safe; it must not trace itself (the lock is held).
 Sink sinkIs(Sink sink);
 
 // Installs a sink for its lifetime, then puts the previous one back.
