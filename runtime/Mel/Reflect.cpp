@@ -71,6 +71,10 @@ void throwNotReadable(ValueParser& p) {
                                 ": this type prints only; reading it back needs a melParse hook");
 }
 
+void failFromString(ValueParser& p, size_t at, const char* why) {
+    p.failAt(at, std::string("not a valid value: ") + why);
+}
+
 } // namespace ReflectDetail
 
 } // namespace Mel

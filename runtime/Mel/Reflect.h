@@ -21,6 +21,8 @@
 //     is made); any other non-None pointer needs a melParse hook;
 //   - std::array, C arrays, std::vector, boost::container vectors (anything with push_back): [a,
 //   b];
+//   - a type with toString() and a static fromString(std::string_view) (the Orvnet addresses, AS
+//     numbers...): toString() quoted, read back through fromString;
 //   - as a last resort, a type with a toStrep() member: that string, quoted. It prints only:
 //   reading it
 //     back throws Mel::NotSupportedException unless the type has a melParse hook.
@@ -98,6 +100,11 @@ concept DescribedEnum = std::is_enum_v<T> && bd::has_describe_enumerators<T>::va
 template <class T>
 concept HasToStrep = requires(const T& v) {
     { v.toStrep() } -> std::convertible_to<std::string>;
+};
+template <class T>
+concept StringConvertible = requires(const T& v, std::string_view s) {
+    { v.toString() } -> std::convertible_to<std::string>;
+    { T::fromString(s) } -> std::convertible_to<T>;
 };
 template <class T>
 concept GrowableList = requires(T& c, const T& cc, typename T::value_type x) {
@@ -241,6 +248,19 @@ size_t fieldIndex(std::span<const std::string_view> names, std::string_view name
 [[noreturn]] void failEnumerator(ValueParser& p, size_t at, std::string_view name);
 [[noreturn]] void failArraySize(ValueParser& p, size_t at, size_t expected);
 [[noreturn]] void throwNotReadable(ValueParser& p);
+[[noreturn]] void failFromString(ValueParser& p, size_t at, const char* why);
+
+template <StringConvertible T>
+void parseFromString(ValueParser& p, T& v) {
+    p.skipBlanks();
+    size_t at = p.offset();
+    std::string text = p.parseQuoted();
+    try {
+        v = T::fromString(text);
+    } catch (const Exception& e) {
+        failFromString(p, at, e.what());
+    }
+}
 
 // ---- Per-field access.
 
@@ -414,6 +434,8 @@ void valueFormat(std::ostream& os, const T& v) {
             Mel::valueFormat(os, e);
         }
         os << ']';
+    } else if constexpr (D::StringConvertible<T>) {
+        formatQuoted(os, v.toString());
     } else if constexpr (D::HasToStrep<T>) {
         formatQuoted(os, v.toStrep());
     } else {
@@ -482,6 +504,8 @@ void valueParse(ValueParser& p, T& v) {
             Mel::valueParse(p, e);
             v.push_back(std::move(e));
         }
+    } else if constexpr (D::StringConvertible<T>) {
+        D::parseFromString(p, v);
     } else if constexpr (D::HasToStrep<T>) {
         D::throwNotReadable(p);
     } else {

@@ -18,7 +18,10 @@ namespace Mel {
 
 class ValueParser {
 public:
+    // The parser refers to the text, which must outlive it (hence no temporary strings).
     explicit ValueParser(std::string_view text) noexcept : text_(text) {}
+    explicit ValueParser(const char* text) noexcept : text_(text) {}
+    explicit ValueParser(std::string&&) = delete;
 
     std::string_view text() const noexcept { return text_; }
     size_t offset() const noexcept { return pos_; }
