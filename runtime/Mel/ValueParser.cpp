@@ -169,25 +169,36 @@ std::string_view ValueParser::parseWord() {
 }
 
 void ValueParser::skipValue() {
-    char c = peek();
-    if (c == '\'' || c == '"') {
-        parseQuoted();
-    } else if (c == '[') {
-        listBegin();
-        for (bool first = true; listNext(first); first = false)
-            skipValue();
-    } else if (consume("Value")) {
-        expect("(");
-        parseQuoted();
-        expect(",");
-        expect("**");
-        expect("{");
-        std::string name;
-        for (bool first = true; fieldNext(first, name); first = false)
-            skipValue();
-    } else {
-        parseWord();
+    skipBlanks();
+    size_t start = pos_;
+    std::string closers; // the brackets still open, innermost last
+    while (pos_ < text_.size()) {
+        char c = text_[pos_];
+        if (c == '\'' || c == '"') {
+            parseQuoted();
+        } else if (c == '(' || c == '[' || c == '{') {
+            closers.push_back(c == '(' ? ')' : c == '[' ? ']' : '}');
+            ++pos_;
+        } else if (c == ')' || c == ']' || c == '}') {
+            if (closers.empty()) break;
+            if (c != closers.back()) failExpected("'" + std::string(1, closers.back()) + "'");
+            closers.pop_back();
+            ++pos_;
+        } else if (closers.empty() && c == ',') {
+            break;
+        } else if (closers.empty() && isBlank(c)) {
+            // Outside brackets a blank ends the value, unless an argument list follows: "Value (".
+            size_t here = pos_;
+            if (peek() != '(') {
+                pos_ = here;
+                break;
+            }
+        } else {
+            ++pos_;
+        }
     }
+    if (!closers.empty()) failExpected("'" + std::string(1, closers.back()) + "'");
+    if (pos_ == start) failExpected("a value");
 }
 
 void ValueParser::valueBegin(std::string_view typeName) {

@@ -107,6 +107,17 @@ TEST(ValueParser, FieldListsAndSkipping) {
     Mel::ValueParser whole(text);
     whole.skipValue();
     whole.expectEnd();
+    // Hooks' own syntax skips as well, brackets balanced and quoted brackets ignored.
+    Mel::ValueParser custom("Celsius (-15, ')'), next");
+    custom.skipValue();
+    custom.expect(",");
+    EXPECT_EQ(custom.parseWord(), "next");
+    EXPECT_EQ(parseError([] { Mel::ValueParser("[1, (2]").skipValue(); }),
+              "at offset 6: expected ')', found \"]\"");
+    EXPECT_EQ(parseError([] { Mel::ValueParser("Value('A', ** {").skipValue(); }),
+              "at offset 15: expected '}', found end of text");
+    EXPECT_EQ(parseError([] { Mel::ValueParser(" , 1").skipValue(); }),
+              "at offset 1: expected a value, found \", 1\"");
 
     EXPECT_EQ(parseError([] { Mel::ValueParser("Value('A::C', ** {})").valueBegin("A::B"); }),
               "at offset 6: expected type 'A::B', found 'A::C'");
