@@ -1,31 +1,28 @@
-// Generic string form, parsing back and field access for every value type (see Mel/ValueType.h).
-//   std::string s = Mel::valueToStrep(range);  // "Value('Routing::Bgp::SrgbRange', ** {'base':
-//   16000, 'range': 8000})" auto r = Mel::valueFromStrep<SrgbRange>(s);  Mel::fieldSet(r, "base",
-//   "17000");
+// Generic string form, parsing back and field access for every value type (Mel/ValueType.h).
+//   std::string s = Mel::valueToStrep(r);  // Value('Routing::Bgp::SrgbRange', ** {'base': 1})
+//   auto back = Mel::valueFromStrep<SrgbRange>(s);  Mel::fieldSet(back, "base", "17000");
 //
 // Text form of a field, by its type (first match wins):
 //   - a type declared with MEL_VALUE_TYPE: its own Value('...', ** {...}) form, recursively;
 //   - a type with hooks found by argument-dependent lookup, declared beside the type:
 //       void melFormat(std::ostream&, const X&);   void melParse(Mel::ValueParser&, X&);
-//     (a hook may also be given for a pointer type such as Mel::PtrConst<X>; hooks use
-//     Mel::valueFormat / Mel::valueParse for their parts);
+//     A hook may also be given for a pointer type such as Mel::PtrConst<X>; hooks use
+//     Mel::valueFormat / Mel::valueParse for their parts. Hooks match like any overload, so a
+//     hook for a class also serves types implicitly convertible to it;
 //   - bool: True / False; other integers (char types too): decimal;
 //   - enums described with BOOST_DESCRIBE_ENUM: the enumerator's name quoted ('ipsec'), or the
-//   number
-//     when the value has no name; parsing takes either. Other enums: the number;
+//     number when the value has no name; parsing takes either. Other enums: the number;
 //   - std::string: single-quoted with backslash escapes;
 //   - Mel::Bytes: its lower-case hex digits, quoted ('c00804'; empty is '');
-//   - std::optional and Mel::Ptr / PtrConst: None when empty, else the held value. A pointer reads
-//   back
-//     from text only when its class derives from Mel::Object and is itself readable (a new object
-//     is made); any other non-None pointer needs a melParse hook;
-//   - std::array, C arrays, std::vector, boost::container vectors (anything with push_back): [a,
-//   b];
+//   - std::optional, Mel::Ptr and PtrConst: None when empty, else the held value. A pointer reads
+//     back only when its class derives from Mel::Object and is readable itself (a new object is
+//     made); any other non-None pointer needs a melParse hook;
+//   - std::array, C arrays, std::vector, boost::container vectors (anything with push_back):
+//     [a, b];
 //   - a type with toString() and a static fromString(std::string_view) (the Orvnet addresses, AS
-//     numbers...): toString() quoted, read back through fromString;
-//   - as a last resort, a type with a toStrep() member: that string, quoted. It prints only:
-//   reading it
-//     back throws Mel::NotSupportedException unless the type has a melParse hook.
+//     numbers): toString() quoted, read back through fromString;
+//   - as a last resort, a type with a toStrep() member: that text, quoted. It only prints: reading
+//     it back throws Mel::NotSupportedException unless the type has a melParse hook.
 // Parsing never asserts: malformed text, unknown field names and a type name other than the
 // expected one throw Mel::ParseException ("at offset N: expected ..."); omitted fields keep the
 // value they had (their defaults, for valueFromStrep).

@@ -1,11 +1,10 @@
-// Tokenizer for the Value('...') string form, used by the generic parser and by types' melParse
-// hooks.
+// Tokenizer for the Value('...') text form, used by the generic parser and by melParse hooks.
 //   Mel::ValueParser p("[1, 2]");
-//   p.listBegin(); for (bool first = true; p.listNext(first); first = false) p.parseUnsigned(255);
+//   p.listBegin(); for (bool first = true; p.listNext(first); first = false) p.parseUnsigned(9);
 //
 // Blanks between tokens are skipped everywhere. Every error is a Mel::ParseException whose text
-// starts with "at offset N: " (N counts bytes from the start of the text, from 0) and says what was
-// expected.
+// starts with "at offset N: " (N counts bytes from the start of the text, from 0) and says what
+// was expected.
 #pragma once
 
 #include <cstddef>

@@ -1,20 +1,19 @@
-// Declares a class's fields once, for the Value('...') string form, parsing back and get/set by
-// name.
+// Declares a class's fields once, for the Value('...') text form, parsing and get/set by name.
 //   class SrgbRange { uint32_t base_ = 0; uint32_t range_ = 0;
 //       MEL_VALUE_TYPE(SrgbRange, "Routing::Bgp::SrgbRange", (base_, range_)) };
 //
-// The macro goes inside the class, so private members may be listed; it leaves the access level as
-// it was. A field's printed name is the member's name with one trailing underscore removed. Fields
-// print in the order listed; with MEL_VALUE_TYPE_DERIVED the listed (described) bases' fields come
-// first.
+// The macro goes inside the class, so private members may be listed; it leaves the access level
+// as it was. A field's printed name is the member's name with one trailing underscore removed.
+// Fields print in the order listed; with MEL_VALUE_TYPE_DERIVED the listed (described) bases'
+// fields come first.
 //
-// Besides data members the list may name member functions (house naming: getter `x`, setter `xIs`):
-//   - a const getter `x()` listed together with its setter `xIs(value)` is a read-write field `x`;
+// Besides data members the list may name member functions (house naming: getter x, setter xIs):
+//   - a const getter x() listed together with its setter xIs(value) is a read-write field x;
 //   - a const getter listed without a setter is an output-only field: printed, skipped when
-//   parsing,
-//     refused by fieldSet (useful for a value derived from the stored ones);
+//     parsing, refused by fieldSet (for a value derived from the stored ones);
 //   - the setter alone names no field.
-// This header is deliberately light; the machinery that uses the description is in Mel/Reflect.h.
+// Listed functions must not be overloaded. Data members must not be const.
+// This header is deliberately light; the machinery that uses the description is Mel/Reflect.h.
 #pragma once
 
 #include <boost/describe/class.hpp>

@@ -234,7 +234,8 @@ const char* const sampleKindsText =
     R"('ranges': [Value('Routing::Bgp::SrgbRange', ** {'base': 1, 'range': 2})], )"
     R"('pair': [-128, 127], 'maybe': None, )"
     R"('maybeRange': Value('Routing::Bgp::SrgbRange', ** {'base': 3, 'range': 4}), )"
-    R"('range': Value('Routing::Bgp::SrgbRange', ** {'base': 0, 'range': 0}), 'addr': '10.0.0.1'}))";
+    R"('range': Value('Routing::Bgp::SrgbRange', ** {'base': 0, 'range': 0}), )"
+    R"('addr': '10.0.0.1'}))";
 
 TEST(ReflectFormat, ExactText) {
     EXPECT_EQ(Mel::valueToStrep(SrgbRange{16000, 8000}),
