@@ -521,7 +521,8 @@ std::string valueToStrep(const T& v) {
     return std::move(os).str();
 }
 
-// Parses text into v; the whole text must be one value. Fields that the text omits keep v's values.
+// Parses text into v; the whole text must be one value. Fields that the text omits keep v's
+// values. After a ParseException v may be partly updated.
 template <class T>
 void valueFromStrepInto(T& v, std::string_view text) {
     ValueParser p(text);
