@@ -1,0 +1,199 @@
+// AIGP and aggregator: wire forms against the vectors, the AS substitution rules, the text forms,
+// reading back from the store, and the interning contract.
+#include "OrvBgp/BgpPathAttributesMisc.h"
+
+#include "Mel/Reflect.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
+#include "support/InternContract.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace Routing::Bgp {
+namespace {
+
+using OrvTest::assertionPattern;
+using OrvTest::hexOf;
+
+const Orvnet::IpAddr id10001 = Orvnet::IpAddr::fromString("10.0.0.1");
+
+// ---- Interning contract
+// --------------------------------------------------------------------------
+
+struct AigpTraits {
+    using Object = AccumulatedIgpMetric;
+    static uint64_t content(int i) { return uint64_t(i) << 33 | 5; }
+    static Mel::PtrConst<AccumulatedIgpMetric> intern(uint64_t m) {
+        return accumulatedIgpMetricFactory(m);
+    }
+    static size_t tableSize() { return AccumulatedIgpMetricDedupTable::instance().size(); }
+};
+
+struct AggregatorTraits {
+    using Object = Aggregator;
+    // Same address with different AS numbers, and the reverse: both fields must count.
+    static AggregatorContent content(int i) {
+        return i % 2 ? AggregatorContent(65000 + i, id10001)
+                     : AggregatorContent(65000, Orvnet::IpAddr::fromHostOrder(0x0a000000 + i));
+    }
+    static Mel::PtrConst<Aggregator> intern(const AggregatorContent& c) {
+        return aggregatorFactory(c.autonomousSystem(), c.aggregatorId());
+    }
+    static size_t tableSize() { return AggregatorDedupTable::instance().size(); }
+};
+
+using MiscTypes = ::testing::Types<AigpTraits, AggregatorTraits>;
+INSTANTIATE_TYPED_TEST_SUITE_P(Misc, InternContract, MiscTypes);
+
+// ---- AIGP
+// ----------------------------------------------------------------------------------------
+
+TEST(AccumulatedIgpMetric, WireFormsMatchVectors) {
+    const auto v = OrvTest::attrWireVectors("Aigp");
+    EXPECT_EQ(hexOf(accumulatedIgpMetricFactory(5)->serialize()), hexOf(v.at("metric_5")));
+    EXPECT_EQ(hexOf(accumulatedIgpMetricFactory(uint64_t(1) << 40)->serialize()),
+              hexOf(v.at("metric_2to40")));
+    EXPECT_EQ(hexOf(accumulatedIgpMetricFactory(AccumulatedIgpMetric::invalidMetric)->serialize()),
+              hexOf(v.at("metric_invalid")));
+}
+
+TEST(AccumulatedIgpMetric, OnlyAllOnesIsInvalid) {
+    EXPECT_TRUE(accumulatedIgpMetricFactory(~uint64_t(0))->isInvalid());
+    EXPECT_FALSE(accumulatedIgpMetricFactory(~uint64_t(0) - 1)->isInvalid());
+    EXPECT_FALSE(accumulatedIgpMetricFactory(0)->isInvalid());
+}
+
+TEST(AccumulatedIgpMetric, TextFormRoundTrips) {
+    auto m = accumulatedIgpMetricFactory(uint64_t(1) << 40);
+    EXPECT_EQ(m->toStrep(),
+              "Value('Routing::Bgp::AccumulatedIgpMetricContent', ** {'metric': 1099511627776})");
+    auto back = Mel::valueFromStrep<AccumulatedIgpMetricContent>(m->toStrep());
+    EXPECT_EQ(accumulatedIgpMetricFactory(back.metric()).get(), m.get());
+    std::ostringstream os;
+    os << *accumulatedIgpMetricFactory(AccumulatedIgpMetric::invalidMetric);
+    EXPECT_EQ(os.str(), "aigp=18446744073709551615(invalid)");
+}
+
+// ---- Aggregator
+// ----------------------------------------------------------------------------------
+
+TEST(Aggregator, WireFormsMatchVectors) {
+    const auto v = OrvTest::attrWireVectors("Aggregator");
+    auto a = aggregatorFactory(65001, id10001);
+    auto big = aggregatorFactory(4200000000u, id10001);
+    struct Case {
+        const char* name;
+        const Aggregator& agg;
+        uint8_t type;
+        bool fourByteAs;
+        uint32_t replacement;
+        uint32_t matched;
+    } cases[] = {
+        {"agg_2byte_peer", *a, 7, false, 0, 0},
+        {"agg_4byte_peer", *a, 7, true, 0, 0},
+        {"as4agg_4byte_peer", *a, 18, true, 0, 0},
+        {"big_agg_2byte_peer", *big, 7, false, 0, 0},
+        {"big_as4agg", *big, 18, true, 0, 0},
+        {"replaced_2byte_peer", *a, 7, false, 65010, 65001},
+        {"replaced_4byte_peer", *a, 7, true, 65010, 65001},
+        // A matched AS other than the stored one changes nothing.
+        {"agg_2byte_peer", *a, 7, false, 65010, 65002},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hexOf(c.agg.serialize(c.type, c.fourByteAs, c.replacement, c.matched)),
+                  hexOf(v.at(c.name)));
+    }
+}
+
+TEST(Aggregator, TextForms) {
+    auto a = aggregatorFactory(4200000000u, Orvnet::IpAddr::fromString("192.0.2.7"));
+    EXPECT_EQ(a->toStrep(), "(aggregated by 4200000000 192.0.2.7)");
+    std::ostringstream os;
+    os << *a;
+    EXPECT_EQ(os.str(), "AS=4200000000 Id=192.0.2.7");
+    const std::string strep = Mel::valueToStrep(a->content());
+    EXPECT_EQ(strep, "Value('Routing::Bgp::AggregatorContent', ** {'autonomousSystem': "
+                     "'4200000000', 'aggregatorId': '192.0.2.7'})");
+    EXPECT_EQ(Mel::valueFromStrep<AggregatorContent>(strep), a->content());
+}
+
+TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
+    auto a = aggregatorFactory(65001, id10001);
+    EXPECT_DEATH(a->serialize(2, true, 0, 0),
+                 assertionPattern("OrvBgp/BgpPathAttributesMisc",
+                                  "BgpPathAttrType::aggregator_ == type || "
+                                  "BgpPathAttrType::as4Aggregator_ == type"));
+    EXPECT_DEATH(a->serialize(18, false, 0, 0),
+                 assertionPattern("OrvBgp/BgpPathAttributesMisc",
+                                  "BgpPathAttrType::as4Aggregator_ != type || fourByteAs"));
+}
+
+// ---- Reading back from the store
+// -----------------------------------------------------------------
+
+// A store object of a class no reader is registered for.
+class Unregistered : public Keel::DedupHandleBase {
+    MELSTASH_STORE_ALLOCATED(Unregistered)
+
+public:
+    uint32_t hash() const override { return 0; }
+    bool compare(const Keel::DedupHandleBase*) const override { return false; }
+};
+
+TEST(MiscDestash, ReadsBackTheInternedObject) {
+    auto* store = &MelStash::StoreManager::instance();
+    auto m = accumulatedIgpMetricFactory(77);
+    auto a = aggregatorFactory(65001, id10001);
+    EXPECT_EQ(AccumulatedIgpMetric::destash(m.get(), store).get(), m.get());
+    EXPECT_EQ(Aggregator::destash(a.get(), store).get(), a.get());
+
+    // An equal object built outside the table reads back as the interned one.
+    Mel::PtrConst<Aggregator> loose(new Aggregator(AggregatorContent(65001, id10001)));
+    EXPECT_EQ(Aggregator::destash(loose.get(), store).get(), a.get());
+
+    auto* reader = MelStash::StashReaderRegistry::readerFor<AccumulatedIgpMetricStashReader>(
+        typeid(AccumulatedIgpMetric));
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->stashSerialize(m.get()), m->serialize());
+    EXPECT_EQ(reader->stashStrep(m.get()), m->toStrep());
+}
+
+TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
+    Mel::PtrConst<Unregistered> u(new Unregistered);
+    EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
+                 assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
+}
+
+// ---- Independent decoding
+// ------------------------------------------------------------------------
+
+TEST(MiscTshark, AigpDecodesToTheMetric) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    ORV_EXPECT_CLEAN_DECODE(d, accumulatedIgpMetricFactory(5)->serialize());
+    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.type"), "1");
+    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.length"), "11");
+    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.accu_igp_metric"), "5");
+}
+
+TEST(MiscTshark, AggregatorsDecodeToAsAndId) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    auto big = aggregatorFactory(4200000000u, Orvnet::IpAddr::fromString("192.0.2.7"));
+    struct Case {
+        uint8_t type;
+        bool fourByteAs;
+        const char* as;
+    } cases[] = {{7, false, "23456"}, {7, true, "4200000000"}, {18, true, "4200000000"}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(int(c.type) * 10 + c.fourByteAs);
+        ORV_EXPECT_CLEAN_DECODE(d, big->serialize(c.type, c.fourByteAs, 0, 0));
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.type_code"),
+                  "1,2,3," + std::to_string(c.type));
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.aggregator_as"), c.as);
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.aggregator_origin"), "192.0.2.7");
+    }
+}
+
+} // namespace
+} // namespace Routing::Bgp
