@@ -1,0 +1,257 @@
+#include "AsPath/AspathAttrCanonical.h"
+
+#define ORV_UNIT "AsPath/AspathAttrCanonical"
+#include "Keel/Assert.h"
+#include "Keel/HashMix.h"
+#include "Mel/Exception.h"
+
+#include <cstring>
+#include <string>
+
+namespace Routing::Bgp {
+
+namespace {
+
+constexpr uint32_t nullSegmentWord[1] = {0};
+
+uint32_t countsWord(uint32_t confedCount, uint32_t pathCount) noexcept {
+    return confedCount << 16 | pathCount;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+const StoredAsSegment* AsSegmentRun::endPtr() const noexcept {
+    const StoredAsSegment* p = first_;
+    for (uint32_t i = 0; i < count_; ++i)
+        p = p->next();
+    return p;
+}
+
+// ---------------------------------------------------------------------------------------------
+AsSegmentRun AspathAttrCanonical::confedPath() const noexcept {
+    if (form() == AspathForm::singleSeg) return {};
+    const uint32_t* w = storedWords();
+    return {reinterpret_cast<const StoredAsSegment*>(w + 1), w[0] >> 16};
+}
+
+AsSegmentRun AspathAttrCanonical::path() const noexcept {
+    const uint32_t* w = storedWords();
+    if (form() == AspathForm::singleSeg) {
+        auto* seg = reinterpret_cast<const StoredAsSegment*>(w);
+        return {seg->isNull() ? nullptr : seg, seg->isNull() ? 0u : 1u};
+    }
+    AsSegmentRun confed(reinterpret_cast<const StoredAsSegment*>(w + 1), w[0] >> 16);
+    return {confed.endPtr(), w[0] & 0xffff};
+}
+
+std::span<const uint8_t> AspathAttrCanonical::storedBytes() const noexcept {
+    const uint8_t* begin = storedBegin();
+    if (form() == AspathForm::singleSeg)
+        return {begin, reinterpret_cast<const StoredAsSegment*>(begin)->storedBytes()};
+    const uint8_t* end = reinterpret_cast<const uint8_t*>(path().endPtr());
+    return {begin, size_t(end - begin)};
+}
+
+void AspathAttrCanonical::storedIs(std::span<const uint32_t> words) noexcept {
+    std::memcpy(const_cast<uint8_t*>(storedBegin()), words.data(), words.size_bytes());
+}
+
+uint32_t AspathAttrCanonical::hash() const {
+    return aspathAttrCanonicalHash(form(), storedBytes());
+}
+
+bool AspathAttrCanonical::compare(const Keel::DedupHandleBase* other) const {
+    auto* o = dynamic_cast<const AspathAttrCanonical*>(other);
+    if (!o || o->form() != form()) return false;
+    std::span<const uint8_t> a = storedBytes(), b = o->storedBytes();
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size()) == 0;
+}
+
+bool AspathAttrCanonical::compareByContent(const Keel::DedupContentHandle& content) const {
+    return compareByContent(static_cast<const AspathAttrCanonicalContent&>(content));
+}
+
+bool AspathAttrCanonical::compareByContent(
+    const AspathAttrCanonicalContent& content) const noexcept {
+    if (content.form() != form()) return false;
+    std::span<const uint32_t> w = content.storedWords();
+    // Compare the stored region word by word without walking it first: the content's words are
+    // a well-formed region, so a mismatch is found no later than the object's own end.
+    std::span<const uint8_t> mine = storedBytes();
+    return mine.size() == w.size_bytes() && std::memcmp(mine.data(), w.data(), mine.size()) == 0;
+}
+
+AspathAttrCanonical* AspathAttrCanonical::make(const AspathAttrCanonicalContent& content) {
+    std::span<const uint32_t> words = content.storedWords();
+    MelStash::ExtraBytes extra{words.size_bytes()};
+    AspathAttrCanonical* p = nullptr;
+    switch (content.form()) {
+    case AspathForm::singleSeg:
+        p = new (extra) AspathAttrCanonicalSingleSeg();
+        break;
+    case AspathForm::withPathVector:
+        p = new (extra) AspathAttrCanonicalWithPathVector();
+        break;
+    case AspathForm::withConfed:
+        p = new (extra) AspathAttrCanonicalWithConfed();
+        break;
+    }
+    p->storedIs(words);
+    return p;
+}
+
+const StoredAsSegment* AspathAttrCanonicalSingleSeg::segment() const noexcept {
+    auto* seg = reinterpret_cast<const StoredAsSegment*>(storedWords());
+    return seg->isNull() ? nullptr : seg;
+}
+
+Mel::PtrConst<AspathAttrCanonicalSingleSeg>
+AspathAttrCanonicalSingleSeg::create(const AsSegment* segment) {
+    AspathAttrCanonicalContent c;
+    c.formIs(AspathForm::singleSeg);
+    if (segment) c.pathSegmentAdd(*segment);
+    return Mel::PtrConst<AspathAttrCanonicalSingleSeg>(
+        static_cast<const AspathAttrCanonicalSingleSeg*>(make(c)));
+}
+
+Mel::PtrConst<AspathAttrCanonicalWithPathVector>
+AspathAttrCanonicalWithPathVector::create(const AsSegmentVector& path) {
+    AspathAttrCanonicalContent c;
+    c.formIs(AspathForm::withPathVector);
+    for (const auto& s : path)
+        c.pathSegmentAdd(*s);
+    return Mel::PtrConst<AspathAttrCanonicalWithPathVector>(
+        static_cast<const AspathAttrCanonicalWithPathVector*>(make(c)));
+}
+
+Mel::PtrConst<AspathAttrCanonicalWithConfed>
+AspathAttrCanonicalWithConfed::create(const AsSegmentVector& confedPath,
+                                      const AsSegmentVector& path) {
+    AspathAttrCanonicalContent c;
+    c.formIs(AspathForm::withConfed);
+    for (const auto& s : confedPath)
+        c.confedSegmentAdd(*s);
+    for (const auto& s : path)
+        c.pathSegmentAdd(*s);
+    return Mel::PtrConst<AspathAttrCanonicalWithConfed>(
+        static_cast<const AspathAttrCanonicalWithConfed*>(make(c)));
+}
+
+// ---------------------------------------------------------------------------------------------
+template <class T>
+void AspathAttrCanonicalContent::add(bool confed, AsSegmentType type, std::span<const T> as) {
+    if (!type.isValid())
+        throw Mel::RangeException("AS path segment type " + std::to_string(type.value()) +
+                                  " is not one of 1-4");
+    if (as.size() > StoredAsSegment::maxAsCount)
+        throw Mel::RangeException("AS path segment of " + std::to_string(as.size()) +
+                                  " AS numbers is longer than " +
+                                  std::to_string(StoredAsSegment::maxAsCount));
+    uint32_t& count = confed ? confedCount_ : pathCount_;
+    if (count == maxSegments)
+        throw Mel::RangeException("AS path with more than " + std::to_string(maxSegments) +
+                                  (confed ? " confederation segments" : " segments"));
+    size_t at = confed ? confedEnd_ : words_.size();
+    words_.insert(words_.begin() + at, 1 + as.size(), 0);
+    words_[at] = StoredAsSegment::headerWord(type, uint32_t(as.size()));
+    for (size_t i = 0; i < as.size(); ++i) {
+        if constexpr (std::is_same_v<T, uint32_t>)
+            words_[at + 1 + i] = as[i];
+        else
+            words_[at + 1 + i] = as[i].value();
+    }
+    if (confed) confedEnd_ += 1 + as.size();
+    ++count;
+    words_[0] = countsWord(confedCount_, pathCount_);
+}
+
+void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type,
+                                            std::span<const Orvnet::AutonomousSystem> as) {
+    add(pathCount_ == 0 && type.isConfed(), type, as);
+}
+
+void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type, std::span<const uint32_t> as) {
+    add(pathCount_ == 0 && type.isConfed(), type, as);
+}
+
+void AspathAttrCanonicalContent::segmentAdd(const AsSegment& segment) {
+    AsSegmentRef r(segment);
+    segmentAdd(r.type, r.as);
+}
+
+void AspathAttrCanonicalContent::confedSegmentAdd(AsSegmentRef segment) {
+    add(true, segment.type, segment.as);
+}
+
+void AspathAttrCanonicalContent::pathSegmentAdd(AsSegmentRef segment) {
+    add(false, segment.type, segment.as);
+}
+
+AspathForm AspathAttrCanonicalContent::form() const noexcept {
+    if (form_) return AspathForm(form_);
+    if (confedCount_) return AspathForm::withConfed;
+    return pathCount_ <= 1 ? AspathForm::singleSeg : AspathForm::withPathVector;
+}
+
+std::span<const uint32_t> AspathAttrCanonicalContent::storedWords() const noexcept {
+    switch (form()) {
+    case AspathForm::singleSeg:
+        ORV_ASSERT(confedCount_ == 0 && pathCount_ <= 1);
+        if (pathCount_ == 0) return nullSegmentWord;
+        return {words_.data() + 1, words_.size() - 1};
+    case AspathForm::withPathVector:
+        ORV_ASSERT(confedCount_ == 0);
+        break;
+    case AspathForm::withConfed:
+        break;
+    }
+    return {words_.data(), words_.size()};
+}
+
+uint32_t AspathAttrCanonicalContent::hash() const noexcept {
+    std::span<const uint32_t> w = storedWords();
+    return aspathAttrCanonicalHash(form(),
+                                   {reinterpret_cast<const uint8_t*>(w.data()), w.size_bytes()});
+}
+
+void AspathAttrCanonicalContent::clear() noexcept {
+    words_.resize(1);
+    words_[0] = 0;
+    confedEnd_ = 1;
+    confedCount_ = 0;
+    pathCount_ = 0;
+    form_ = 0;
+}
+
+uint32_t aspathAttrCanonicalHash(AspathForm form, std::span<const uint8_t> stored) noexcept {
+    Keel::HashMix m(0);
+    m.hashMix(uint8_t(form));
+    m.hashMix(Keel::hashBytes(stored.data(), stored.size()));
+    return m.result();
+}
+
+// ---------------------------------------------------------------------------------------------
+AspathAttrCanonicalDedupTable& AspathAttrCanonicalDedupTable::instance() {
+    // Never destroyed: paths may be released by other static destructors at exit.
+    static auto* table = new AspathAttrCanonicalDedupTable();
+    return *table;
+}
+
+Mel::PtrConst<AspathAttrCanonical>
+AspathAttrCanonicalDedupTable::find(const AspathAttrCanonicalContent& content) const {
+    return DedupTable::find(content.hash(), content);
+}
+
+Mel::PtrConst<AspathAttrCanonical>
+AspathAttrCanonicalDedupTable::findOrCreate(const AspathAttrCanonicalContent& content) {
+    return DedupTable::findOrCreate(content.hash(), content,
+                                    [&] { return AspathAttrCanonical::make(content); });
+}
+
+Mel::PtrConst<AspathAttrCanonical>
+aspathAttrCanonicalFactory(const AspathAttrCanonicalContent& content) {
+    return AspathAttrCanonicalDedupTable::instance().findOrCreate(content);
+}
+
+} // namespace Routing::Bgp

@@ -1,0 +1,239 @@
+// Interned AS paths: equal paths are one immutable object in the store, held by 4-byte references.
+//   AspathAttrCanonicalContent c; c.segmentAdd(AsSegmentType::asSequence_, {65001, 100});
+//   Mel::PtrConst<AspathAttrCanonical> p = aspathAttrCanonicalFactory(c);  // SingleSeg form
+#pragma once
+
+#include "AsPath/AsSegment.h"
+#include "Keel/DedupTable.h"
+#include "Mel/Ptr.h"
+#include "MelStash/DedupHandle.h"
+
+#include <boost/container/small_vector.hpp>
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <iterator>
+#include <span>
+#include <string>
+
+namespace Routing::Bgp {
+
+// The three stored forms. The content picks the smallest that holds the path: SingleSeg for zero
+// or one ordinary segment and no confederation segment, WithConfed when the path starts with
+// confederation segments, WithPathVector otherwise.
+enum class AspathForm : uint8_t { singleSeg = 1, withPathVector = 2, withConfed = 3 };
+
+// A run of stored segments that follow one another in their path's allocation.
+class AsSegmentRun {
+public:
+    class iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = StoredAsSegment;
+        using difference_type = std::ptrdiff_t;
+        using pointer = const StoredAsSegment*;
+        using reference = const StoredAsSegment&;
+
+        iterator() noexcept = default;
+        iterator(const StoredAsSegment* p, uint32_t left) noexcept : p_(p), left_(left) {}
+        reference operator*() const noexcept { return *p_; }
+        pointer operator->() const noexcept { return p_; }
+        iterator& operator++() noexcept {
+            p_ = p_->next();
+            --left_;
+            return *this;
+        }
+        iterator operator++(int) noexcept {
+            iterator r = *this;
+            ++*this;
+            return r;
+        }
+        // Iterators of one run compare by how many segments they have left.
+        bool operator==(const iterator& o) const noexcept { return left_ == o.left_; }
+
+    private:
+        const StoredAsSegment* p_ = nullptr;
+        uint32_t left_ = 0;
+    };
+
+    AsSegmentRun() noexcept = default;
+    AsSegmentRun(const StoredAsSegment* first, uint32_t count) noexcept
+        : first_(first), count_(count) {}
+
+    // The first stored segment (the run's stored pointer); null for an empty run of a SingleSeg.
+    const StoredAsSegment* first() const noexcept { return first_; }
+    uint32_t size() const noexcept { return count_; }
+    bool empty() const noexcept { return count_ == 0; }
+    iterator begin() const noexcept { return {first_, count_}; }
+    iterator end() const noexcept { return {nullptr, 0}; }
+    // Just past the last segment: where the next run starts.
+    const StoredAsSegment* endPtr() const noexcept;
+
+private:
+    const StoredAsSegment* first_ = nullptr;
+    uint32_t count_ = 0;
+};
+
+class AspathAttrCanonicalContent;
+
+// An AS path: confederation segments (`confedPath`, only in the WithConfed form) followed by the
+// ordinary segments (`path`). The segments live in the object's own allocation, right after the
+// 16-byte object header, so a one-segment path of n AS numbers takes 20 + 4n bytes (rounded up to
+// 8). Layout after the header: SingleSeg holds one StoredAsSegment (the null segment when the
+// path is empty); the other forms hold a word (confederation segment count << 16 | ordinary
+// segment count) and then the confederation segments and the ordinary segments.
+// The hash is not cached (4 bytes per path saved); it is XXH3 over that stored region, cheap to
+// recompute when the table grows.
+// All three forms are counted together in the store's figures, under AspathAttrCanonical.
+class AspathAttrCanonical : public MelStash::DedupHandle {
+    MELSTASH_STORE_ALLOCATED(AspathAttrCanonical)
+
+public:
+    static constexpr size_t headerBytes = 16;
+
+    virtual AspathForm form() const noexcept = 0;
+
+    AsSegmentRun confedPath() const noexcept;
+    AsSegmentRun path() const noexcept;
+    uint32_t confedSegmentCount() const noexcept { return confedPath().size(); }
+    uint32_t segmentCount() const noexcept { return path().size(); }
+    bool empty() const noexcept { return confedPath().empty() && path().empty(); }
+
+    // The stored region after the object header (what hash and equality read).
+    std::span<const uint8_t> storedBytes() const noexcept;
+
+    uint32_t hash() const override;
+    bool compare(const Keel::DedupHandleBase* other) const override;
+    bool compareByContent(const Keel::DedupContentHandle& content) const override;
+    bool compareByContent(const AspathAttrCanonicalContent& content) const noexcept;
+
+    // A new object (not interned, no reference taken) of the content's form. Paths are built only
+    // this way: the object's size depends on the content.
+    static AspathAttrCanonical* make(const AspathAttrCanonicalContent& content);
+
+protected:
+    AspathAttrCanonical() noexcept = default;
+    const uint8_t* storedBegin() const noexcept {
+        return reinterpret_cast<const uint8_t*>(this) + headerBytes;
+    }
+    const uint32_t* storedWords() const noexcept {
+        return reinterpret_cast<const uint32_t*>(storedBegin());
+    }
+    // Copies the stored region in after the header; the object was allocated with room for it.
+    void storedIs(std::span<const uint32_t> words) noexcept;
+};
+
+class AspathAttrCanonicalSingleSeg : public AspathAttrCanonical {
+public:
+    AspathForm form() const noexcept override { return AspathForm::singleSeg; }
+    // The one segment, or null for the empty path.
+    const StoredAsSegment* segment() const noexcept;
+
+    // A fresh path (not interned) of this form; segment may be null (empty path).
+    static Mel::PtrConst<AspathAttrCanonicalSingleSeg> create(const AsSegment* segment);
+
+protected:
+    friend class AspathAttrCanonical;
+    AspathAttrCanonicalSingleSeg() noexcept = default;
+};
+
+class AspathAttrCanonicalWithPathVector : public AspathAttrCanonical {
+public:
+    AspathForm form() const noexcept override { return AspathForm::withPathVector; }
+
+    static Mel::PtrConst<AspathAttrCanonicalWithPathVector> create(const AsSegmentVector& path);
+
+protected:
+    friend class AspathAttrCanonical;
+    AspathAttrCanonicalWithPathVector() noexcept = default;
+};
+
+class AspathAttrCanonicalWithConfed : public AspathAttrCanonicalWithPathVector {
+public:
+    AspathForm form() const noexcept override { return AspathForm::withConfed; }
+
+    static Mel::PtrConst<AspathAttrCanonicalWithConfed> create(const AsSegmentVector& confedPath,
+                                                               const AsSegmentVector& path);
+
+protected:
+    friend class AspathAttrCanonical;
+    AspathAttrCanonicalWithConfed() noexcept = default;
+};
+
+static_assert(sizeof(AspathAttrCanonicalSingleSeg) == AspathAttrCanonical::headerBytes &&
+              sizeof(AspathAttrCanonicalWithConfed) == AspathAttrCanonical::headerBytes);
+
+// The value a path is built from, and looked up by: the builder for decoded segments. It keeps
+// the segments already in their stored layout, so looking a path up costs no allocation.
+// Segment types outside 1-4, more than 2^24 - 1 AS numbers in a segment and more than 65535
+// segments in either list are input errors: Mel::RangeException.
+class AspathAttrCanonicalContent : public Keel::DedupContentHandle {
+public:
+    static constexpr uint32_t maxSegments = 0xffff;
+
+    AspathAttrCanonicalContent() { words_.push_back(0); }
+
+    // In the order of the UPDATE: confederation segments (types 3, 4) that come before every
+    // other segment form the confederation path; all later segments, whatever their type, form
+    // the ordinary path. That keeps the received order, so the path serializes back to the
+    // bytes it was decoded from.
+    void segmentAdd(AsSegmentType type, std::span<const Orvnet::AutonomousSystem> as);
+    void segmentAdd(AsSegmentType type, std::span<const uint32_t> as);
+    void segmentAdd(AsSegmentType type, std::initializer_list<uint32_t> as) {
+        segmentAdd(type, std::span<const uint32_t>(as.begin(), as.size()));
+    }
+    void segmentAdd(const AsSegment& segment);
+    // Explicit placement, for paths built by other means than decoding (destash, tests).
+    void confedSegmentAdd(AsSegmentRef segment);
+    void pathSegmentAdd(AsSegmentRef segment);
+
+    // Overrides the form the content would pick. SingleSeg needs at most one ordinary segment and
+    // no confederation segment, WithPathVector no confederation segment (else the process ends
+    // when the form is used).
+    void formIs(AspathForm form) noexcept { form_ = uint8_t(form); }
+    AspathForm form() const noexcept;
+
+    uint32_t confedSegmentCount() const noexcept { return confedCount_; }
+    uint32_t segmentCount() const noexcept { return pathCount_; }
+    // The stored region of an AspathAttrCanonical of form().
+    std::span<const uint32_t> storedWords() const noexcept;
+    uint32_t hash() const noexcept;
+    void clear() noexcept;
+
+private:
+    template <class T>
+    void add(bool confed, AsSegmentType type, std::span<const T> as);
+
+    // [counts word][confederation segments][ordinary segments]
+    boost::container::small_vector<uint32_t, 64> words_;
+    size_t confedEnd_ = 1; // index of the first ordinary segment's word
+    uint32_t confedCount_ = 0;
+    uint32_t pathCount_ = 0;
+    uint8_t form_ = 0; // 0: picked from the segments
+};
+
+// The hash an AS path of `form` with the stored region `words` has.
+uint32_t aspathAttrCanonicalHash(AspathForm form, std::span<const uint8_t> stored) noexcept;
+
+class AspathAttrCanonicalDedupTable : public Keel::DedupTable<AspathAttrCanonical> {
+public:
+    explicit AspathAttrCanonicalDedupTable(std::string name = "AspathAttrCanonicalDedupTable",
+                                           bool multiThreaded = Keel::multiThreadedOrvbgp())
+        : DedupTable(std::move(name), multiThreaded) {}
+
+    // The process-wide table, made on first use and never destroyed.
+    static AspathAttrCanonicalDedupTable& instance();
+
+    using DedupTable::dedup;
+    using DedupTable::find;
+    using DedupTable::findOrCreate;
+    Mel::PtrConst<AspathAttrCanonical> find(const AspathAttrCanonicalContent& content) const;
+    Mel::PtrConst<AspathAttrCanonical> findOrCreate(const AspathAttrCanonicalContent& content);
+};
+
+// The interned path of this content, from the process-wide table.
+Mel::PtrConst<AspathAttrCanonical>
+aspathAttrCanonicalFactory(const AspathAttrCanonicalContent& content);
+
+} // namespace Routing::Bgp

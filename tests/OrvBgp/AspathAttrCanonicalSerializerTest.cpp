@@ -1,0 +1,241 @@
+#include "OrvBgp/AspathAttrCanonicalSerializer.h"
+
+#include "Mel/Exception.h"
+#include "OrvBgp/AspathAttrCanonicalStasher.h"
+#include "OrvBgp/AspathTestHelpers.h"
+#include "OrvBgp/BgpPathAttrType.h"
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+using namespace Routing::Bgp;
+using OrvTest::aspath;
+using OrvTest::asRun;
+using Serializer = AspathAttrCanonicalSerializer;
+
+namespace {
+
+struct Vector {
+    int line = 0;
+    std::string path;
+    uint8_t type = 0;
+    bool confed = false, peerInternal = false, fourByte = false;
+    uint32_t localAs = 0;
+    bool prependOwnDisabled = false;
+    bool needAs4Path = false;
+    Mel::Bytes attr;
+
+    AspathAttrCanonicalSerializeResult run() const {
+        return Serializer::serialize(aspath(path).get(), type, confed, peerInternal, fourByte,
+                                     localAs, prependOwnDisabled);
+    }
+};
+
+std::string trim(std::string s) {
+    size_t b = s.find_first_not_of(' '), e = s.find_last_not_of(' ');
+    return b == std::string::npos ? "" : s.substr(b, e - b + 1);
+}
+
+std::vector<Vector> loadVectors() {
+    std::ifstream in(std::string(ORV_TEST_DATA_DIR) + "/Aspath/serialize.txt");
+    std::vector<Vector> out;
+    std::string line;
+    for (int n = 1; std::getline(in, line); ++n) {
+        if (trim(line).empty() || line[0] == '#') continue;
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        for (std::string part; std::getline(ss, part, ';');)
+            f.push_back(trim(part));
+        if (f.size() != 4) throw std::runtime_error("serialize.txt:" + std::to_string(n));
+        Vector v;
+        v.line = n;
+        v.path = f[0];
+        unsigned type, confed, internal, four, disabled;
+        std::istringstream(f[1]) >> type >> confed >> internal >> four >> v.localAs >> disabled;
+        v.type = uint8_t(type);
+        v.confed = confed, v.peerInternal = internal, v.fourByte = four;
+        v.prependOwnDisabled = disabled;
+        v.needAs4Path = f[2] == "1";
+        v.attr = Mel::Bytes::fromHex(f[3]);
+        out.push_back(std::move(v));
+    }
+    return out;
+}
+
+std::string hexOf(std::string_view s) {
+    return Mel::Bytes(s).toHex();
+}
+
+} // namespace
+
+// Every row of the decision table, for 2- and 4-byte peers, byte for byte (tests/data/Aspath).
+TEST(AspathAttrCanonicalSerializer, DecisionTableVectors) {
+    std::vector<Vector> vectors = loadVectors();
+    ASSERT_GE(vectors.size(), 30u);
+    for (const Vector& v : vectors) {
+        SCOPED_TRACE("serialize.txt:" + std::to_string(v.line) + " " + v.path);
+        AspathAttrCanonicalSerializeResult r = v.run();
+        EXPECT_EQ(r.bytes().toHex(), v.attr.toHex());
+        EXPECT_EQ(r.needAs4Path(), v.needAs4Path);
+        // serializeStr gives the same bytes, but always as AS_PATH.
+        std::string str =
+            Serializer::serializeStr(aspath(v.path).get(), v.type, v.confed, v.peerInternal,
+                                     v.fourByte, v.localAs, v.prependOwnDisabled);
+        std::string want = v.attr.toHex();
+        if (v.type == BgpPathAttrType::as4Path_) want.replace(0, 4, "4002");
+        EXPECT_EQ(hexOf(str), want);
+    }
+}
+
+// A null path is the empty path.
+TEST(AspathAttrCanonicalSerializer, NullPathIsEmpty) {
+    EXPECT_EQ(Serializer::serialize(nullptr, 2, false, false, true, 65001, false).bytes().toHex(),
+              "4002060201"
+              "0000fde9");
+    EXPECT_EQ(Serializer::serializeForDfa(nullptr), "");
+}
+
+// The local AS takes one of the 255 places of the first wire segment.
+TEST(AspathAttrCanonicalSerializer, PrependedLocalAsCountsTowardsChunks) {
+    struct Case {
+        uint32_t n;
+        bool prepend;
+        std::vector<size_t> counts; // AS numbers per wire segment
+    } cases[] = {{254, true, {255}},     {255, true, {255, 1}},   {255, false, {255}},
+                 {256, false, {255, 1}}, {509, true, {255, 255}}, {600, true, {255, 255, 91}}};
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.n) + (c.prepend ? " +local" : ""));
+        auto p = aspath(asRun(1000, c.n));
+        auto r = Serializer::serialize(p.get(), 2, false, false, true, 65001, !c.prepend);
+        const Mel::Bytes& b = r.bytes();
+        ASSERT_EQ(b[0], 0x50); // extended length: every case is longer than 255 bytes
+        size_t at = 4;
+        uint32_t expect = 1000;
+        bool localPending = c.prepend;
+        for (size_t count : c.counts) {
+            ASSERT_LT(at + 1, b.size());
+            EXPECT_EQ(b[at], 2);
+            EXPECT_EQ(b[at + 1], count);
+            at += 2;
+            for (size_t i = 0; i < count; ++i, at += 4) {
+                uint32_t as = uint32_t(b[at]) << 24 | b[at + 1] << 16 | b[at + 2] << 8 | b[at + 3];
+                if (localPending) {
+                    EXPECT_EQ(as, 65001u);
+                    localPending = false;
+                } else {
+                    EXPECT_EQ(as, expect++);
+                }
+            }
+        }
+        EXPECT_EQ(at, b.size());
+    }
+}
+
+TEST(AspathAttrCanonicalSerializer, SetsNeverTakeTheLocalAs) {
+    Serialize s;
+    auto set = asSegmentFactory(AsSegmentType::asSet_, {300});
+    EXPECT_FALSE(Serializer::asSegmentSerialize(*set, false, 70000, s));
+    EXPECT_EQ(s.serializedBytes().toHex(), "0101012c");
+    // 255 in a set is the most it can take, and stays one segment.
+    auto p = aspath("{" + asRun(1, 255) + "}");
+    auto r = Serializer::serialize(p.get(), 2, false, true, false, 0, false);
+    EXPECT_EQ(r.bytes().toHex().substr(0, 12), "5002020001ff");
+    Serialize empty;
+    EXPECT_FALSE(Serializer::asSegmentSerialize(*asSegmentFactory(AsSegmentType::asSequence_, {}),
+                                                true, 0, empty));
+    EXPECT_EQ(empty.size(), 0u);
+}
+
+TEST(AspathAttrCanonicalSerializer, DfaFormIsTheBareAsNumbers) {
+    EXPECT_EQ(hexOf(Serializer::serializeForDfa(aspath("(65001) 100 200").get())), "0000fde9"
+                                                                                   "00000064"
+                                                                                   "000000c8");
+    EXPECT_EQ(Serializer::serializeForDfa(aspath("-").get()), "");
+    EXPECT_EQ(Serializer::serializeForDfa(aspath(asRun(1, 600)).get()).size(), 2400u);
+    Serialize s;
+    Serializer::serializeIntoStringForDfa(aspath("(65001) [65002] {7} 100").get(), 70000, false, s);
+    EXPECT_EQ(s.serializedBytes().toHex(), "00011170"
+                                           "00000007"
+                                           "00000064");
+}
+
+TEST(AspathAttrCanonicalSerializeResult, StringFormRoundTrips) {
+    auto r = Serializer::serialize(aspath("70000").get(), 2, false, true, false, 0, false);
+    std::string text = r.toStrep();
+    EXPECT_EQ(text, "Value('Routing::Bgp::AspathAttrCanonicalSerializeResult', ** {'needAs4Path': "
+                    "True, 'bytes': '40020402015ba0'})");
+    EXPECT_EQ(AspathAttrCanonicalSerializeResult::fromStrep(text), r);
+    AspathAttrCanonicalSerializeResult other = r;
+    other.needAs4PathIs(false);
+    EXPECT_NE(other, r);
+    EXPECT_EQ(AspathAttrCanonicalSerializeResult::fromStrep(other.toStrep()), other);
+    EXPECT_THROW(
+        AspathAttrCanonicalSerializeResult::fromStrep(
+            "Value('Routing::Bgp::AspathAttrCanonicalSerializeResult', ** {'bytes': 'x'})"),
+        Mel::ParseException);
+}
+
+TEST(AspathAttrCanonicalSerializerDeathTest, BrokenPreconditions) {
+    auto p = aspath("100");
+    EXPECT_DEATH(Serializer::serialize(p.get(), 3, false, true, true, 0, false),
+                 "OrvBgp/AspathAttrCanonicalSerializer: .*BgpPathAttrType::asPath_ == type \\|\\| "
+                 "BgpPathAttrType::as4Path_ == type");
+    EXPECT_DEATH(Serializer::serialize(p.get(), 17, false, true, false, 0, false),
+                 "BgpPathAttrType::as4Path_ != type \\|\\| fourByte");
+    EXPECT_DEATH(Serializer::serialize(p.get(), 2, false, false, true, 0, false),
+                 "Assertion `peerInternal' failed");
+    // Into the first confederation segment, which must be an AS_CONFED_SEQUENCE.
+    EXPECT_DEATH(Serializer::serialize(aspath("WithConfed: [65010] | (65020) 100").get(), 2, true,
+                                       false, true, 65001, false),
+                 "segment->segmentType\\(\\) == localAsSegType");
+    EXPECT_DEATH(
+        Serializer::serialize(aspath("[65010] 100").get(), 2, true, false, true, 65001, true),
+        "segment->segmentType\\(\\) == localAsSegType");
+    Serialize s;
+    EXPECT_DEATH(Serializer::asSegmentSerialize(AsSegmentRef(AsSegmentType(5), {}), true, 0, s),
+                 "Unsupported AsSegmentType");
+    auto bigSet = aspath("{" + asRun(1, 256) + "}");
+    EXPECT_DEATH(Serializer::serialize(bigSet.get(), 2, false, true, true, 0, false),
+                 "asCount <= 0xff");
+    EXPECT_DEATH(Serializer::serializeForDfa(bigSet.get()), "segment->asCount\\(\\) <= 0xff");
+    // Sequences have no such limit in the regular-expression form.
+    EXPECT_EQ(Serializer::serializeForDfa(aspath("(" + asRun(1, 256) + ")").get()).size(), 1024u);
+}
+
+// Independent decoding: tshark reads our attributes as the AS numbers and segments we meant,
+// without a warning.
+TEST(AspathAttrCanonicalSerializer, TsharkDecodesWhatWeWrite) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    struct Case {
+        std::string path;
+        bool fourByte;
+        uint32_t localAs;
+        std::string types, lengths, as;
+    } cases[] = {
+        {"(65010 65011) 100 {300 400}", true, 0, "3,2,1", "2,1,2", "65010,65011,100,300,400"},
+        {"70000 100", false, 65001, "2", "3", "65001,23456,100"},
+        {asRun(1, 300), true, 65001, "2,2", "255,46", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path.substr(0, 40));
+        auto r = Serializer::serialize(aspath(c.path).get(), 2, false, c.localAs == 0, c.fourByte,
+                                       c.localAs, false);
+        OrvTest::TsharkDecode d = OrvTest::wrapInUpdate(
+            r.bytes().span(), {std::string("bgp.asn_len:") + (c.fourByte ? "4" : "2")});
+        ASSERT_TRUE(d.ran) << d.error;
+        EXPECT_EQ(d.warnings, std::vector<std::string>{}) << d.text;
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.as_path_segment.type"), c.types);
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.as_path_segment.length"), c.lengths);
+        std::string asField = c.fourByte ? "bgp.update.path_attribute.as_path_segment.as4"
+                                         : "bgp.update.path_attribute.as_path_segment.as2";
+        if (!c.as.empty())
+            EXPECT_EQ(d.decodedField(asField), c.as);
+        else
+            EXPECT_EQ(d.fieldValues(asField).size(), 301u);
+    }
+}

@@ -1,0 +1,103 @@
+// AS paths for tests, written as their text form: "(65010 65011) 100 200 {300 400}".
+//   auto p = OrvTest::aspath("100 {300 400}");                  // built as a decoder would
+//   auto q = OrvTest::aspath("WithConfed: (65010) | (65020) 100");  // form and placement forced
+#pragma once
+
+#include "AsPath/AspathAttrCanonical.h"
+
+#include <cctype>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace OrvTest {
+
+// Text: segments in order; bare numbers in a row are one AS_SEQUENCE, {..} AS_SET, (..)
+// AS_CONFED_SEQUENCE, [..] AS_CONFED_SET; "/" ends a run of bare numbers (two sequences in a
+// row); "-" alone is the empty path. A leading "SingleSeg:", "WithPathVector:" or "WithConfed:"
+// forces the form, and then the segments before a "|" are the confederation path, all others the
+// ordinary path (no automatic placement).
+inline Routing::Bgp::AspathAttrCanonicalContent aspathContent(std::string_view text) {
+    using namespace Routing::Bgp;
+    AspathAttrCanonicalContent c;
+    bool forced = false;
+    for (auto [prefix, form] : {std::pair{"SingleSeg:", AspathForm::singleSeg},
+                                std::pair{"WithPathVector:", AspathForm::withPathVector},
+                                std::pair{"WithConfed:", AspathForm::withConfed}}) {
+        std::string_view p(prefix);
+        if (text.substr(0, p.size()) == p) {
+            c.formIs(form);
+            forced = true;
+            text.remove_prefix(p.size());
+        }
+    }
+    bool inConfed = forced && text.find('|') != std::string_view::npos;
+    std::vector<Orvnet::AutonomousSystem> as;
+    auto flush = [&](AsSegmentType type) {
+        std::span<const Orvnet::AutonomousSystem> s(as.data(), as.size());
+        if (!forced)
+            c.segmentAdd(type, s);
+        else if (inConfed)
+            c.confedSegmentAdd(AsSegmentRef(type, s));
+        else
+            c.pathSegmentAdd(AsSegmentRef(type, s));
+        as.clear();
+    };
+    size_t i = 0;
+    auto number = [&] {
+        uint64_t v = 0;
+        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])))
+            v = v * 10 + uint64_t(text[i++] - '0');
+        as.push_back(Orvnet::AutonomousSystem(uint32_t(v)));
+    };
+    bool inSequence = false;
+    while (i < text.size()) {
+        char ch = text[i];
+        if (ch == ' ') {
+            ++i;
+        } else if (std::isdigit(static_cast<unsigned char>(ch))) {
+            number();
+            inSequence = true;
+        } else {
+            if (inSequence) flush(AsSegmentType::asSequence_);
+            inSequence = false;
+            if (ch == '-' || ch == '/') {
+                ++i;
+            } else if (ch == '|') {
+                inConfed = false;
+                ++i;
+            } else {
+                const char* closers = ch == '{' ? "}1" : ch == '(' ? ")3" : ch == '[' ? "]4" : "";
+                if (!*closers)
+                    throw std::invalid_argument("bad AS path text: " + std::string(text));
+                ++i;
+                while (i < text.size() && text[i] != closers[0]) {
+                    if (text[i] == ' ')
+                        ++i;
+                    else
+                        number();
+                }
+                ++i;
+                flush(uint16_t(closers[1] - '0'));
+            }
+        }
+    }
+    if (inSequence) flush(AsSegmentType::asSequence_);
+    return c;
+}
+
+inline Mel::PtrConst<Routing::Bgp::AspathAttrCanonical> aspath(std::string_view text) {
+    return Routing::Bgp::aspathAttrCanonicalFactory(aspathContent(text));
+}
+
+// n AS numbers from `first` on, as the text of one sequence ("first first+1 ...").
+inline std::string asRun(uint32_t first, uint32_t n) {
+    std::string s;
+    for (uint32_t k = 0; k < n; ++k)
+        s += (k ? " " : "") + std::to_string(first + k);
+    return s;
+}
+
+} // namespace OrvTest

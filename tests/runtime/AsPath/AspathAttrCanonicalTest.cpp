@@ -1,0 +1,169 @@
+#include "AsPath/AspathAttrCanonical.h"
+
+#include "Mel/Exception.h"
+#include "MelStash/StoreManager.h"
+#include "OrvBgp/AspathTestHelpers.h"
+#include "support/InternContract.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+using namespace Routing::Bgp;
+using OrvTest::aspath;
+using OrvTest::aspathContent;
+
+namespace {
+
+std::vector<std::string> segmentsOf(AsSegmentRun run) {
+    std::vector<std::string> out;
+    for (const StoredAsSegment& s : run) {
+        std::string t = std::to_string(s.segmentType().value()) + ":";
+        for (Orvnet::AutonomousSystem a : s.as())
+            t += " " + std::to_string(a.value());
+        out.push_back(t);
+    }
+    return out;
+}
+
+using Segs = std::vector<std::string>;
+
+} // namespace
+
+// The content picks the form from the segments as a decoder hands them over, and keeps their
+// order: leading confederation segments are the confederation path, everything after is ordinary.
+TEST(AspathAttrCanonical, BuilderPicksFormAndKeepsReceivedOrder) {
+    struct Case {
+        const char* text;
+        AspathForm form;
+        Segs confed;
+        Segs path;
+    } cases[] = {
+        {"-", AspathForm::singleSeg, {}, {}},
+        {"100 200", AspathForm::singleSeg, {}, {"2: 100 200"}},
+        {"{300 400}", AspathForm::singleSeg, {}, {"1: 300 400"}},
+        {"100 {300 400}", AspathForm::withPathVector, {}, {"2: 100", "1: 300 400"}},
+        {"100 / 200", AspathForm::withPathVector, {}, {"2: 100", "2: 200"}},
+        {"(65010)", AspathForm::withConfed, {"3: 65010"}, {}},
+        {"(65010 65011) [65012] 100",
+         AspathForm::withConfed,
+         {"3: 65010 65011", "4: 65012"},
+         {"2: 100"}},
+        // A confederation segment after an ordinary one stays where it arrived.
+        {"100 (65010)", AspathForm::withPathVector, {}, {"2: 100", "3: 65010"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.text);
+        auto p = aspath(c.text);
+        EXPECT_EQ(p->form(), c.form);
+        EXPECT_EQ(segmentsOf(p->confedPath()), c.confed);
+        EXPECT_EQ(segmentsOf(p->path()), c.path);
+        EXPECT_EQ(p->hash(), aspathContent(c.text).hash());
+        EXPECT_EQ(p->empty(), c.confed.empty() && c.path.empty());
+    }
+    auto single = aspath("100 200");
+    EXPECT_EQ(static_cast<const AspathAttrCanonicalSingleSeg&>(*single).segment(),
+              single->path().first());
+    EXPECT_EQ(static_cast<const AspathAttrCanonicalSingleSeg&>(*aspath("-")).segment(), nullptr);
+}
+
+// The same segments in another form, or one AS number apart, are other paths.
+TEST(AspathAttrCanonical, FormAndEveryAsNumberTakePartInEquality) {
+    auto auto1 = aspath("100 200");
+    auto forced = aspath("WithPathVector: 100 200");
+    auto emptyConfed = aspath("WithConfed: 100 200");
+    EXPECT_NE(auto1.get(), forced.get());
+    EXPECT_NE(forced.get(), emptyConfed.get());
+    EXPECT_EQ(forced->form(), AspathForm::withPathVector);
+    EXPECT_EQ(emptyConfed->form(), AspathForm::withConfed);
+    EXPECT_TRUE(emptyConfed->confedPath().empty());
+    EXPECT_FALSE(auto1->compare(forced.get()));
+
+    auto p = aspath("(65010) 100 {300 400}");
+    EXPECT_TRUE(p->compareByContent(aspathContent("(65010) 100 {300 400}")));
+    EXPECT_FALSE(p->compareByContent(aspathContent("(65010) 100 {300 401}")));
+    EXPECT_FALSE(p->compareByContent(aspathContent("(65010) 100 {300}")));
+    EXPECT_FALSE(p->compareByContent(aspathContent("[65010] 100 {300 400}")));
+    // Same AS numbers, split differently between the lists.
+    EXPECT_FALSE(p->compareByContent(aspathContent("WithConfed: | (65010) 100 {300 400}")));
+    EXPECT_EQ(p.get(), aspath("WithConfed: (65010) | 100 {300 400}").get());
+}
+
+// A one-segment path of n AS numbers is one allocation of 20 + 4n bytes, rounded up to 8.
+TEST(AspathAttrCanonical, OneSegmentPathKeepsItsSegmentInline) {
+    auto& stats = AspathAttrCanonical::melStashTypeStats();
+    for (uint32_t n : {0u, 1u, 2u, 5u, 10u, 200u, 251u}) { // up to 1 KiB: 8-byte size classes
+        SCOPED_TRACE(n);
+        AspathAttrCanonicalContent c;
+        std::vector<uint32_t> as;
+        for (uint32_t k = 0; k < n; ++k)
+            as.push_back(4200000000u + k);
+        if (n) c.segmentAdd(AsSegmentType::asSequence_, std::span<const uint32_t>(as));
+        int64_t objects = stats.objects.load(), bytes = stats.bytes.load();
+        auto p = aspathAttrCanonicalFactory(c);
+        ASSERT_EQ(stats.objects.load(), objects + 1);
+        size_t want = (20 + 4 * size_t(n) + 7) / 8 * 8;
+        EXPECT_EQ(stats.bytes.load() - bytes, int64_t(want));
+        EXPECT_TRUE(MelStash::StoreManager::contains(p.get()));
+        if (n) {
+            EXPECT_EQ(p->path().first()->as().back().value(), 4200000000u + n - 1);
+        }
+    }
+}
+
+TEST(AspathAttrCanonical, DecodedInputOutsideTheModelIsAnError) {
+    AspathAttrCanonicalContent c;
+    EXPECT_THROW(c.segmentAdd(AsSegmentType(0), {1}), Mel::RangeException);
+    EXPECT_THROW(c.segmentAdd(AsSegmentType(5), {1}), Mel::RangeException);
+    for (uint32_t i = 0; i < AspathAttrCanonicalContent::maxSegments; ++i)
+        c.segmentAdd(AsSegmentType::asSequence_, {i});
+    EXPECT_THROW(c.segmentAdd(AsSegmentType::asSequence_, {1}), Mel::RangeException);
+    EXPECT_EQ(c.segmentCount(), AspathAttrCanonicalContent::maxSegments);
+    c.clear();
+    EXPECT_EQ(c.form(), AspathForm::singleSeg);
+    EXPECT_EQ(aspathAttrCanonicalFactory(c).get(), aspath("-").get());
+}
+
+TEST(AspathAttrCanonical, FreshFormsInternToTheSameObject) {
+    AsSegmentVector path{asSegmentFactory(AsSegmentType::asSequence_, {100, 200}),
+                         asSegmentFactory(AsSegmentType::asSet_, {300})};
+    AsSegmentVector confed{asSegmentFactory(AsSegmentType::asConfedSequence_, {65010})};
+    auto fresh = AspathAttrCanonicalWithConfed::create(confed, path);
+    EXPECT_FALSE(fresh->everDeduped());
+    auto interned = AspathAttrCanonicalDedupTable::instance().dedup(fresh);
+    EXPECT_EQ(interned.get(), aspath("(65010) 100 200 {300}").get());
+    EXPECT_EQ(AspathAttrCanonicalSingleSeg::create(nullptr)->form(), AspathForm::singleSeg);
+    EXPECT_TRUE(AspathAttrCanonicalWithPathVector::create(path)->compare(
+        aspath("WithPathVector: 100 200 {300}").get()));
+}
+
+TEST(AspathAttrCanonicalDeathTest, ClassesCheckTheirSegmentTypeAndForm) {
+    EXPECT_DEATH(AsSet(AsSegmentType::asSequence_), "type\\.isSet\\(\\)");
+    EXPECT_DEATH(AsSequence(AsSegmentType::asConfedSet_), "type\\.isSequence\\(\\)");
+    EXPECT_DEATH(aspath("SingleSeg: 100 / 200"), "confedCount_ == 0 && pathCount_ <= 1");
+    EXPECT_DEATH(aspath("WithPathVector: (65010) | 100"), "confedCount_ == 0");
+}
+
+namespace {
+struct AspathTraits {
+    using Object = AspathAttrCanonical;
+    static AspathAttrCanonicalContent content(int i) {
+        uint32_t v = uint32_t(i) + 1;
+        switch (i % 3) {
+        case 0:
+            return aspathContent(std::to_string(v) + " 7");
+        case 1:
+            return aspathContent(std::to_string(v) + " {7 8}");
+        default:
+            return aspathContent("(" + std::to_string(v) + ") 7");
+        }
+    }
+    static Mel::PtrConst<AspathAttrCanonical> intern(const AspathAttrCanonicalContent& c) {
+        return aspathAttrCanonicalFactory(c);
+    }
+    static size_t tableSize() { return AspathAttrCanonicalDedupTable::instance().size(); }
+};
+} // namespace
+
+INSTANTIATE_TYPED_TEST_SUITE_P(AspathAttrCanonical, InternContract, ::testing::Types<AspathTraits>);
