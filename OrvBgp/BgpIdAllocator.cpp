@@ -133,6 +133,20 @@ uint32_t BgpIdAllocator::freeIdDeq() noexcept {
     return head->value_;
 }
 
+std::vector<Mel::Ptr<MelFreeId>> BgpIdAllocator::freeIds() const {
+    std::vector<Mel::Ptr<MelFreeId>> out;
+    out.reserve(freeIdCount_);
+    for (MelFreeId* e = freeIdHead_.get(); e; e = e->next_.get())
+        out.emplace_back(e);
+    return out;
+}
+
+void BgpIdAllocator::freeIdsIs(const std::vector<Mel::Ptr<MelFreeId>>& ids) {
+    freeIdDelAll();
+    for (const Mel::Ptr<MelFreeId>& e : ids)
+        if (e) freeIdIs(e->index_, e->value_);
+}
+
 Mel::Ptr<BgpIdAllocator> BgpIdAllocatorIs(Mel::String name) {
     return Mel::Ptr<BgpIdAllocator>(new BgpIdAllocator(std::move(name)));
 }

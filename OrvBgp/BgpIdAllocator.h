@@ -6,10 +6,12 @@
 #include "Mel/Object.h"
 #include "Mel/Ptr.h"
 #include "Mel/String.h"
+#include "Mel/ValueType.h"
 
 #include <atomic>
 #include <cstdint>
 #include <mutex>
+#include <vector>
 
 namespace Routing::Bgp {
 
@@ -17,6 +19,7 @@ namespace Routing::Bgp {
 // queue (`index`, one more than the entry appended before it).
 class MelFreeId : public Mel::Object {
 public:
+    MelFreeId() noexcept = default;
     MelFreeId(uint32_t index, uint32_t value) noexcept : index_(index), value_(value) {}
 
     uint32_t index() const noexcept { return index_; }
@@ -25,10 +28,12 @@ public:
     // The entry after this one, towards the tail; null at the tail.
     Mel::Ptr<MelFreeId> next() const noexcept { return next_; }
 
+    MEL_VALUE_TYPE(MelFreeId, "Routing::Bgp::MelFreeId", (index_, value_))
+
 private:
     friend class BgpIdAllocator;
-    uint32_t index_;
-    uint32_t value_;
+    uint32_t index_ = 0;
+    uint32_t value_ = 0;
     Mel::Ptr<MelFreeId> next_;
 };
 
@@ -82,6 +87,13 @@ public:
     uint32_t freeIdCount() const noexcept { return freeIdCount_; }
     // The index the next entry gets when the list is empty.
     uint32_t freeIdNextIndex() const noexcept { return freeIdNextIndex_; }
+    // The whole list, head first, as one field of the string form; setting it replaces the list
+    // (entries are put in index order).
+    std::vector<Mel::Ptr<MelFreeId>> freeIds() const;
+    void freeIdsIs(const std::vector<Mel::Ptr<MelFreeId>>& ids);
+
+    MEL_VALUE_TYPE(BgpIdAllocator, "Routing::Bgp::BgpIdAllocator",
+                   (name, largestAllocatedId, largestAllocatedIdIs, freeIds, freeIdsIs))
 
 private:
     Mel::String name_;

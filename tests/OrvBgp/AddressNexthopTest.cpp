@@ -1,0 +1,281 @@
+#include "OrvBgp/AddressNexthop.h"
+
+#include "Mel/Reflect.h"
+#include "MelStash/StoreManager.h"
+#include "Serialize/Serialize.h"
+#include "Tracelet/Tracelet.h"
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <fstream>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+using Orvnet::AfiSafi;
+using Orvnet::IpGenAddr;
+using Routing::Rib::ResolutionRibProfile;
+
+IpGenAddr addr(const char* text) {
+    return IpGenAddr::fromString(text);
+}
+
+AddressNexthopDedupTable v4Table(uint32_t vrf = 0) {
+    return AddressNexthopDedupTable(BgpVrfIdBase(vrf), AfiSafi::ipv4Unicast());
+}
+
+TEST(AddressNexthop, SerializesToItsAddressBytes) {
+    std::ifstream in(ORV_TEST_DATA_DIR "/AddressNexthop/serialize.txt");
+    ASSERT_TRUE(in) << "missing tests/data/AddressNexthop/serialize.txt";
+    AddressNexthopDedupTable table(BgpVrfIdBase(0), AfiSafi::ipv6Unicast());
+    int vectors = 0;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty() || line[0] == '#') continue;
+        std::istringstream fields(line);
+        std::string text, hex;
+        fields >> text >> hex;
+        auto nh = table.nexthop(text == "-" ? IpGenAddr() : addr(text.c_str()));
+        EXPECT_EQ(nh->serialize().toHex(), hex) << line;
+        ++vectors;
+    }
+    EXPECT_EQ(vectors, 8);
+}
+
+// Independent decoding: the bytes as the NEXT_HOP attribute and as the next hop of an IPv6
+// MP_REACH_NLRI.
+TEST(AddressNexthop, TsharkReadsTheAddressBack) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    AddressNexthopDedupTable v4(BgpVrfIdBase(0), AfiSafi::ipv4Unicast());
+    AddressNexthopDedupTable v6(BgpVrfIdBase(0), AfiSafi::ipv6Unicast());
+    Mel::Bytes nh4 = v4.nexthop(addr("198.51.100.7"))->serialize();
+    Mel::Bytes nh6 = v6.nexthop(addr("2001:db8:0:1::7"))->serialize();
+
+    Serialize attrs;
+    attrs.addData(Mel::Bytes::fromHex("400101 00").span()); // ORIGIN IGP
+    attrs.addData(Mel::Bytes::fromHex("400200").span());    // empty AS_PATH
+    SerializePathAttribute(attrs, 3, pathAttrFlagTransitive, nh4.size());
+    attrs.addBytes(nh4);
+    Serialize mpReach; // AFI 2, SAFI 1, next hop, reserved, 2001:db8::/32
+    mpReach.addU16hton(2);
+    mpReach.addU8(1);
+    mpReach.addU8(uint8_t(nh6.size()));
+    mpReach.addBytes(nh6);
+    mpReach.addU8(0);
+    mpReach.addData(Mel::Bytes::fromHex("20 20010db8").span());
+    SerializePathAttribute(attrs, 14, pathAttrFlagOptional, mpReach.size());
+    attrs.addData(mpReach.span());
+
+    OrvTest::TsharkDecode d = OrvTest::wrapInUpdate(attrs.span());
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_EQ(d.warnings, std::vector<std::string>{}) << d.text;
+    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.next_hop"), "198.51.100.7") << d.text;
+    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.mp_reach_nlri.next_hop.ipv6"),
+              "2001:db8:0:1::7")
+        << d.text;
+}
+
+TEST(AddressNexthop, OneObjectPerAddressProfileAndTable) {
+    auto table = v4Table(5);
+    auto other = v4Table(6);
+    auto a = table.nexthop(addr("10.0.0.1"));
+    EXPECT_EQ(table.nexthop(addr("10.0.0.1")), a);
+    EXPECT_NE(table.nexthop(addr("::a00:1")), a) << "same bytes, other family";
+    EXPECT_NE(table.nexthop(addr("10.0.0.2")), a);
+    auto b = other.nexthop(addr("10.0.0.1"));
+    EXPECT_NE(a, b);
+    EXPECT_EQ(a->vrfId(), BgpVrfIdBase(5));
+    EXPECT_EQ(b->vrfId(), BgpVrfIdBase(6));
+    EXPECT_EQ(a->toStrep(), "5;10.0.0.1;id=none");
+    EXPECT_EQ(a->afiSafi(), AfiSafi::ipv4Unicast());
+    EXPECT_EQ(table.nexthop(addr("2001:db8::1"))->afiSafi(), AfiSafi::ipv6Unicast());
+    EXPECT_EQ(a->pathAfiSafiNexthopType().nexthopAf, Orvnet::AddressFamily::ipv4);
+    EXPECT_EQ(a->addrOrNone(), addr("10.0.0.1"));
+    EXPECT_TRUE(a->addrSupported());
+    EXPECT_EQ(a->ribTransport(), Routing::Rib::Transport::ip);
+    EXPECT_TRUE(a->getIntfId().isNone());
+    EXPECT_EQ(table.nexthop(IpGenAddr())->serialize().size(), 0u) << "the empty address";
+}
+
+TEST(AddressNexthop, FitsOne56ByteStoreBlock) {
+    auto table = v4Table();
+    int64_t before = AddressNexthop::melStashTypeStats().bytes.load();
+    auto nh = table.nexthop(addr("2001:db8::99"));
+    EXPECT_EQ(MelStash::StoreManager::instance().blockSize(nh.get()), 56u);
+    EXPECT_EQ(AddressNexthop::melStashTypeStats().bytes.load() - before, 56);
+}
+
+// The life cycle: identifiers are handed out once per interned object, come back when the
+// last holder lets go, and are handed out again.
+TEST(AddressNexthop, UniqueIdentifiersFollowTheObjectsLife) {
+    auto table = v4Table();
+    table.uniqueNexthopIdsEnabledIs(true);
+    auto ids = table.idAllocator();
+    auto a = table.nexthop(addr("10.0.0.1"), true);
+    auto a2 = table.nexthop(addr("10.0.0.1"), true);
+    auto b = table.nexthop(addr("10.0.0.2"), true);
+    EXPECT_EQ(a, a2);
+    EXPECT_EQ(a->id(), 2u);
+    EXPECT_EQ(b->id(), 3u);
+    EXPECT_EQ(a->idAllocator(), ids.get());
+    EXPECT_EQ(a->toStrep(), "0;10.0.0.1;id=0x2");
+    // Looked up without asking for one, it keeps the one it has.
+    EXPECT_EQ(table.nexthop(addr("10.0.0.1"))->id(), 2u);
+    a.reset();
+    EXPECT_EQ(ids->freeIdCount(), 0u) << "a2 still holds it";
+    a2.reset();
+    EXPECT_EQ(ids->freeIdCount(), 1u);
+    EXPECT_EQ(ids->freeIdFront()->value(), 2u);
+    auto c = table.nexthop(addr("10.0.0.3"), true);
+    EXPECT_EQ(c->id(), 2u) << "reused";
+    // Not asked for: noId, and a later request numbers the same object.
+    auto d = table.nexthop(addr("10.0.0.4"));
+    EXPECT_EQ(d->id(), GenNexthopIdAllocator::noId());
+    EXPECT_EQ(table.nexthop(addr("10.0.0.4"), true).get(), d.get());
+    EXPECT_EQ(d->id(), 4u);
+    // Switched off: new next hops get noId; numbered ones keep theirs and still return them.
+    table.uniqueNexthopIdsEnabledIs(false);
+    EXPECT_EQ(table.nexthop(addr("10.0.0.5"), true)->id(), GenNexthopIdAllocator::noId());
+    c.reset();
+    EXPECT_EQ(ids->freeIdBack()->value(), 2u);
+}
+
+TEST(AddressNexthop, TablesSharingAnAllocatorNumberAcrossVrfs) {
+    auto red = v4Table(1);
+    auto blue = v4Table(2);
+    auto shared = GenNexthopIdAllocatorIs();
+    red.idAllocatorIs(shared);
+    blue.idAllocatorIs(shared);
+    auto r = red.nexthop(addr("10.0.0.1"), true);
+    auto b = blue.nexthop(addr("10.0.0.1"), true);
+    EXPECT_NE(r->id(), b->id());
+    EXPECT_EQ(shared->largestAllocatedId(), 3u);
+}
+
+TEST(AddressNexthop, CloneIntoAnotherResolutionProfile) {
+    auto table = v4Table(3);
+    table.uniqueNexthopIdsEnabledIs(true);
+    auto plain = table.nexthop(addr("10.0.0.1"));
+    EXPECT_EQ(plain->cloneAndSetResolutionRibProfile(ResolutionRibProfile()), plain)
+        << "same profile: the object itself";
+
+    std::vector<std::string> lines;
+    {
+        Tracelet::ScopedSink sink([&](std::string_view l) { lines.emplace_back(l); });
+        int level = Tracelet::orvBgp().level();
+        Tracelet::orvBgp().levelIs(8);
+        auto tunnel = plain->cloneAndSetResolutionRibProfile(ResolutionRibProfile(3));
+        Tracelet::orvBgp().levelIs(level);
+        ASSERT_NE(tunnel, plain);
+        EXPECT_EQ(tunnel->resolutionRibProfile(), ResolutionRibProfile(3));
+        EXPECT_EQ(tunnel->addrOrNone(), plain->addrOrNone());
+        EXPECT_EQ(tunnel->dedupTable(), plain->dedupTable());
+        EXPECT_EQ(tunnel->toStrep(), "3;10.0.0.1;ribProfile=3;id=none");
+        // Found again by content, profile included.
+        AddressNexthopContent key(addr("10.0.0.1"), ResolutionRibProfile(3));
+        EXPECT_EQ(GenNexthop::dedupContent(&table, key, key.hash(), false), tunnel);
+        EXPECT_EQ(plain->cloneAndSetResolutionRibProfile(ResolutionRibProfile(3)), tunnel);
+    }
+    EXPECT_NE(std::find(lines.begin(), lines.end(), "Skipping: address (constructor argument)"),
+              lines.end());
+    EXPECT_NE(
+        std::find(lines.begin(), lines.end(), "Skipping: resolutionRibProfile (no data member)"),
+        lines.end());
+
+    // A numbered next hop's clone is numbered too, with an identifier of its own.
+    auto numbered = table.nexthop(addr("10.0.0.9"), true);
+    auto copy = numbered->cloneAndSetResolutionRibProfile(ResolutionRibProfile(5));
+    EXPECT_GT(copy->id(), 1u);
+    EXPECT_NE(copy->id(), numbered->id());
+}
+
+TEST(AddressNexthop, DestashAndValueForm) {
+    auto table = v4Table(4);
+    auto nh =
+        table.nexthop(addr("10.0.0.1"))->cloneAndSetResolutionRibProfile(ResolutionRibProfile(2));
+    auto back = GenNexthop::destash(nh.get(), &MelStash::StoreManager::instance());
+    EXPECT_FALSE(back->everDeduped());
+    EXPECT_TRUE(back->compare(nh.get()));
+    EXPECT_EQ(back->hash(), nh->hash());
+    EXPECT_EQ(back->vrfId(), BgpVrfIdBase(4));
+    EXPECT_EQ(Mel::valueToStrep(static_cast<const AddressNexthop&>(*nh)),
+              "Value('Routing::Bgp::AddressNexthop', ** {'vrfId': 4, 'id': 1, "
+              "'resolutionRibProfileValid': False, 'nhMetricIsknown': False, 'nhPreference': 255, "
+              "'address': '10.0.0.1', 'resolutionRibProfile': 2})");
+}
+
+TEST(AddressNexthopDeathTest, ProfileIsContentAndFixedOnceInterned) {
+    auto table = v4Table();
+    auto nh = table.nexthop(addr("10.0.0.1"));
+    auto* mutableNh = const_cast<AddressNexthop*>(nh.get());
+    EXPECT_DEATH(mutableNh->resolutionRibProfileIs(ResolutionRibProfile(1)),
+                 "OrvBgp/AddressNexthop: .*!everDeduped\\(\\)");
+    Mel::Ptr<AddressNexthop> fresh(new AddressNexthop(addr("10.0.0.1")));
+    EXPECT_DEATH(fresh->resolutionRibProfileIs(ResolutionRibProfile(200)),
+                 "OrvBgp/AddressNexthop: .*profile.id\\(\\) <= "
+                 "Routing::Rib::ResolutionRibProfile::maxId");
+}
+
+// Two threads intern and release the same addresses with unique identifiers. While both hold every
+// address, one address has one identifier and no two addresses share one; once all is released,
+// every identifier minted is back in the free list exactly once.
+TEST(AddressNexthopConcurrent, UniqueIdentifiersUnderContention) {
+    auto table = v4Table();
+    table.uniqueNexthopIdsEnabledIs(true);
+    auto ids = table.idAllocator();
+    constexpr uint32_t count = 500;
+    std::vector<IpGenAddr> addrs;
+    for (uint32_t i = 0; i < count; ++i)
+        addrs.push_back(Orvnet::IpAddr::fromHostOrder(0x0a000000 + i));
+    for (int round = 0; round < 50; ++round) {
+        std::vector<Mel::PtrConst<AddressNexthop>> held[2];
+        auto intern = [&](int t) {
+            std::mt19937 rng(round * 2 + t);
+            std::vector<uint32_t> order(count);
+            for (uint32_t i = 0; i < count; ++i)
+                order[i] = i;
+            std::shuffle(order.begin(), order.end(), rng);
+            held[t].resize(count);
+            for (uint32_t i : order)
+                held[t][i] = table.nexthop(addrs[i], rng() % 4 != 0);
+            for (uint32_t i : order) // whoever asked last, everyone numbered by now
+                held[t][i] = table.nexthop(addrs[i], true);
+        };
+        std::thread t0(intern, 0), t1(intern, 1);
+        t0.join();
+        t1.join();
+        std::set<uint32_t> seen;
+        for (uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(held[0][i], held[1][i]);
+            ASSERT_GT(held[0][i]->id(), 1u);
+            ASSERT_TRUE(seen.insert(held[0][i]->id()).second) << "shared id " << held[0][i]->id();
+        }
+        auto release = [&](int t) {
+            std::mt19937 rng(round * 2 + t + 100);
+            std::shuffle(held[t].begin(), held[t].end(), rng);
+            held[t].clear();
+        };
+        std::thread r0(release, 0), r1(release, 1);
+        r0.join();
+        r1.join();
+        ASSERT_EQ(table.internTable().size(), 0u);
+    }
+    std::vector<uint32_t> freed;
+    for (auto e = ids->freeIdFront(); e; e = e->next())
+        freed.push_back(e->value());
+    std::sort(freed.begin(), freed.end());
+    std::vector<uint32_t> minted;
+    for (uint32_t id = 2; id <= ids->largestAllocatedId(); ++id)
+        minted.push_back(id);
+    EXPECT_EQ(freed, minted);
+}
+
+} // namespace
+} // namespace Routing::Bgp

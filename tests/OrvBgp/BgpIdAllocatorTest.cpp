@@ -1,0 +1,196 @@
+#include "OrvBgp/BgpIdAllocator.h"
+
+#include "Mel/Reflect.h"
+#include "OrvBgp/OrvBgpNexthop.h"
+#include "Tracelet/Tracelet.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+std::vector<uint32_t> allocateN(BgpIdAllocator& a, int n) {
+    std::vector<uint32_t> ids;
+    for (int i = 0; i < n; ++i)
+        ids.push_back(a.allocate());
+    return ids;
+}
+
+std::vector<uint32_t> freeList(const BgpIdAllocator& a) {
+    std::vector<uint32_t> out;
+    for (auto e = a.freeIdFront(); e; e = e->next())
+        out.push_back(e->index() * 1000 + e->value()); // index and value in one number
+    return out;
+}
+
+TEST(BgpIdAllocator, MintsInOrderAndReusesTheOldestFreedFirst) {
+    auto a = BgpIdAllocatorIs("Test");
+    EXPECT_EQ(allocateN(*a, 6), (std::vector<uint32_t>{1, 2, 3, 4, 5, 6}));
+    EXPECT_EQ(a->largestAllocatedId(), 6u);
+    a->free(5);
+    a->free(3);
+    EXPECT_EQ(a->allocate(), 5u);
+    EXPECT_EQ(a->allocate(), 3u);
+    EXPECT_EQ(a->allocate(), 7u);
+    EXPECT_EQ(a->largestAllocatedId(), 7u);
+    EXPECT_EQ(a->freeIdCount(), 0u);
+    EXPECT_FALSE(a->freeIdFront());
+    EXPECT_FALSE(a->freeIdBack());
+}
+
+TEST(BgpIdAllocator, DoubleFreeHandsTheIdentifierOutTwice) {
+    auto a = BgpInstanceEpochAllocatorIs();
+    EXPECT_EQ(a->name(), "BgpInstanceEpoch");
+    allocateN(*a, 4);
+    a->free(2);
+    a->free(2);
+    // Freeing beyond what was minted is trusted too and never lowers the counter.
+    a->free(40);
+    EXPECT_EQ(allocateN(*a, 4), (std::vector<uint32_t>{2, 2, 40, 5}));
+    EXPECT_EQ(a->largestAllocatedId(), 5u);
+}
+
+TEST(BgpIdAllocator, FreeListKeepsIndicesAcrossEmptyingAndEditing) {
+    BgpIdAllocator a("Test");
+    a.freeIdEnq(10);
+    a.freeIdEnq(11);
+    a.freeIdEnq(12);
+    EXPECT_EQ(freeList(a), (std::vector<uint32_t>{10, 1011, 2012}));
+    EXPECT_EQ(a.freeIdDeq(), 10u);
+    EXPECT_EQ(a.freeIdDeq(), 11u);
+    EXPECT_EQ(a.freeIdDeq(), 12u);
+    EXPECT_EQ(a.freeIdDeq(), 0u) << "empty list";
+    EXPECT_FALSE(a.freeIdBack()) << "the tail goes with the last entry";
+    // Indices keep growing after the list ran empty.
+    a.freeIdEnq(13);
+    EXPECT_EQ(a.freeIdFront()->index(), 3u);
+    EXPECT_EQ(a.freeIdBack()->value(), 13u);
+
+    // Editing by index: update, insert in index order (also before the head and after the tail),
+    // delete head, middle and tail.
+    a.freeIdIs(3, 30);
+    a.freeIdIs(1, 21);
+    a.freeIdIs(7, 27);
+    a.freeIdIs(5, 25);
+    EXPECT_EQ(freeList(a), (std::vector<uint32_t>{1021, 3030, 5025, 7027}));
+    EXPECT_EQ(a.freeId(5)->value(), 25u);
+    EXPECT_FALSE(a.freeId(4));
+    a.freeIdEnq(99); // after the tail's index
+    EXPECT_EQ(a.freeIdBack()->index(), 8u);
+    a.freeIdDel(8);
+    EXPECT_EQ(a.freeIdBack()->index(), 7u) << "deleting the tail moves the tail back";
+    a.freeIdDel(1);
+    a.freeIdDel(5);
+    a.freeIdDel(42); // absent: nothing happens
+    EXPECT_EQ(freeList(a), (std::vector<uint32_t>{3030, 7027}));
+    EXPECT_EQ(a.freeIdCount(), 2u);
+    a.freeIdEnq(50);
+    EXPECT_EQ(freeList(a), (std::vector<uint32_t>{3030, 7027, 8050}));
+    a.freeIdDelAll();
+    EXPECT_EQ(a.freeIdCount(), 0u);
+    EXPECT_EQ(a.allocate(), 1u) << "an empty free list mints";
+}
+
+TEST(BgpIdAllocator, LongFreeListIsReleasedWithoutRecursion) {
+    auto a = BgpIdAllocatorIs("Long");
+    for (uint32_t i = 1; i <= 1000000; ++i)
+        a->freeIdEnq(i);
+    a.reset(); // a recursive release of a million links would overflow the stack
+    SUCCEED();
+}
+
+TEST(BgpIdAllocator, TracesEachHandOutAndReturnAtLevel8) {
+    std::vector<std::string> lines;
+    Tracelet::ScopedSink sink([&](std::string_view l) { lines.emplace_back(l); });
+    int level = Tracelet::orvBgp().level();
+    Tracelet::orvBgp().levelIs(8);
+    BgpIdAllocator a("Probe");
+    a.allocate();
+    a.allocate();
+    a.free(2);
+    a.allocate();
+    Tracelet::orvBgp().levelIs(7);
+    a.allocate();
+    Tracelet::orvBgp().levelIs(level);
+    ASSERT_EQ(lines.size(), 4u);
+    EXPECT_NE(lines[0].find("BgpIdAllocator::allocate()"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[0].find(" new Probe id 0x1"), std::string::npos) << lines[0];
+    EXPECT_NE(lines[2].find(" free Probe id 0x2"), std::string::npos) << lines[2];
+    EXPECT_NE(lines[3].find(" reuse Probe id 0x2"), std::string::npos) << lines[3];
+    std::ostringstream self;
+    self << static_cast<const void*>(&a);
+    EXPECT_NE(lines[3].find(self.str()), std::string::npos) << "names the allocator";
+}
+
+TEST(BgpIdAllocator, StringFormAndRestoringThroughFieldAccess) {
+    auto a = GenNexthopIdAllocatorIs();
+    a->allocate();
+    a->free(2);
+    EXPECT_EQ(Mel::valueToStrep(*a),
+              "Value('Routing::Bgp::GenNexthopIdAllocator', ** {'name': 'Nexthop', "
+              "'largestAllocatedId': 2, 'freeIds': [Value('Routing::Bgp::MelFreeId', ** "
+              "{'index': 0, 'value': 2})]})");
+    Mel::fieldSet(*a, "largestAllocatedId", "4000");
+    Mel::fieldSet(*a, "freeIds",
+                  "[Value('Routing::Bgp::MelFreeId', ** {'index': 4, 'value': 17}), "
+                  "Value('Routing::Bgp::MelFreeId', ** {'index': 2, 'value': 9})]");
+    EXPECT_EQ(a->allocate(), 9u) << "restored entries are ordered by index";
+    EXPECT_EQ(a->allocate(), 17u);
+    EXPECT_EQ(a->allocate(), 4001u);
+    EXPECT_THROW(Mel::fieldSet(*a, "name", "'Other'"), Mel::NotSupportedException);
+}
+
+TEST(BgpIdAllocatorDeathTest, IdentifierZeroIsNeverHandedOutNorTakenBack) {
+    auto a = BgpIdAllocatorIs("Test");
+    EXPECT_DEATH(a->free(0), "OrvBgp/BgpIdAllocator: .*BgpIdAllocator::invalidId\\(\\) != id");
+    a->largestAllocatedIdIs(4294967294u);
+    EXPECT_EQ(a->allocate(), 4294967295u) << "the last identifier is still good";
+    EXPECT_DEATH(a->allocate(), "OrvBgp/BgpIdAllocator: .*BgpIdAllocator::invalidId\\(\\) != id");
+}
+
+// Every identifier has at most one holder at a time, while two threads allocate and free.
+TEST(BgpIdAllocatorConcurrent, NoIdentifierHasTwoHolders) {
+    auto a = BgpIdAllocatorIs("Concurrent");
+    constexpr uint32_t maxHeld = 64;
+    constexpr int rounds = 100000;
+    // Two threads hold at most 2 * maxHeld at once, so ids stay below 2 * maxHeld + 1.
+    std::vector<std::atomic<uint8_t>> held(2 * maxHeld + 2);
+    std::atomic<int> conflicts{0};
+    auto worker = [&](uint32_t seed) {
+        std::mt19937 rng(seed);
+        std::vector<uint32_t> mine;
+        for (int i = 0; i < rounds; ++i) {
+            if (mine.size() < maxHeld && (mine.empty() || rng() % 2)) {
+                uint32_t id = a->allocate();
+                if (id >= held.size() || held[id].exchange(1)) conflicts.fetch_add(1);
+                mine.push_back(id);
+            } else {
+                size_t k = rng() % mine.size();
+                uint32_t id = mine[k];
+                mine[k] = mine.back();
+                mine.pop_back();
+                held[id].store(0);
+                a->free(id);
+            }
+        }
+        for (uint32_t id : mine) {
+            held[id].store(0);
+            a->free(id);
+        }
+    };
+    std::thread t1(worker, 1), t2(worker, 2);
+    t1.join();
+    t2.join();
+    EXPECT_EQ(conflicts.load(), 0);
+    EXPECT_LE(a->largestAllocatedId(), 2 * maxHeld);
+    EXPECT_EQ(a->freeIdCount(), a->largestAllocatedId()) << "everything came back";
+}
+
+} // namespace
+} // namespace Routing::Bgp
