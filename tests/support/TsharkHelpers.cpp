@@ -159,7 +159,13 @@ void parsePdml(const std::string& xml, TsharkDecode& out) {
         std::string showname = attr(tag, "showname");
         std::string show = attr(tag, "show");
         bool hidden = attr(tag, "hide") == "yes";
-        if (tag.name == "field") out.fields.push_back({name, show, attr(tag, "value"), depth});
+        if (tag.name == "field") {
+            auto number = [&](const char* key) {
+                return static_cast<std::size_t>(std::strtoull(attr(tag, key).c_str(), nullptr, 10));
+            };
+            out.fields.push_back(
+                {name, show, attr(tag, "value"), depth, number("pos"), number("size")});
+        }
         if (!hidden) {
             std::string line = showname.empty() ? show : showname;
             if (!line.empty())
@@ -238,6 +244,19 @@ std::vector<std::string> TsharkDecode::fieldHex(const std::string& name) const {
     std::vector<std::string> out;
     for (const auto& f : fields)
         if (f.name == name) out.push_back(f.value);
+    return out;
+}
+
+std::vector<std::vector<std::uint8_t>> TsharkDecode::fieldBytes(const std::string& name) const {
+    std::vector<std::vector<std::uint8_t>> out;
+    for (const auto& f : fields) {
+        if (f.name != name) continue;
+        if (f.pos + f.size <= frame.size())
+            out.emplace_back(frame.begin() + static_cast<std::ptrdiff_t>(f.pos),
+                             frame.begin() + static_cast<std::ptrdiff_t>(f.pos + f.size));
+        else
+            out.emplace_back();
+    }
     return out;
 }
 
@@ -359,6 +378,7 @@ TsharkDecode decodeBgp(std::span<const std::uint8_t> bgpMessages,
         out.error = "tshark exited with " + std::to_string(rc) + ": " + readFile(errFile);
     } else {
         out.ran = true;
+        out.frame.assign(pcap.begin() + 40, pcap.end()); // after the global and record headers
         parsePdml(pdml, out);
     }
     std::error_code ec;
@@ -395,6 +415,27 @@ std::vector<std::uint8_t> bytesFromHex(const std::string& hex) {
     }
     if (pending >= 0)
         throw std::invalid_argument("bytesFromHex: odd number of hex digits in \"" + hex + "\"");
+    return out;
+}
+
+std::map<std::string, std::vector<std::uint8_t>> readWireVectors(const std::string& path) {
+    std::ifstream in(path);
+    if (!in) throw std::runtime_error("cannot read wire vectors from " + path);
+    std::map<std::string, std::vector<std::uint8_t>> out;
+    std::string line;
+    for (int lineNo = 1; std::getline(in, line); ++lineNo) {
+        std::istringstream words(line);
+        std::string name;
+        if (!(words >> name) || name[0] == '#') continue;
+        std::string rest;
+        std::getline(words, rest);
+        try {
+            if (!out.emplace(name, bytesFromHex(rest)).second)
+                throw std::invalid_argument("vector '" + name + "' given twice");
+        } catch (const std::invalid_argument& e) {
+            throw std::runtime_error(path + ":" + std::to_string(lineNo) + ": " + e.what());
+        }
+    }
     return out;
 }
 

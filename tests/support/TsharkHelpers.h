@@ -11,6 +11,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <span>
 #include <string>
 #include <vector>
@@ -23,10 +24,13 @@ inline constexpr const char* kTsharkMissing = "tshark not installed: independent
 bool tsharkAvailable();
 
 struct TsharkField {
-    std::string name;  // "bgp.path_attribute.cluster_id"
-    std::string show;  // value as tshark shows it: "10.0.0.1"
-    std::string value; // raw bytes as lowercase hex, empty for fields without bytes
-    int depth = 0;     // nesting level in the decode tree
+    std::string name; // "bgp.path_attribute.cluster_id"
+    std::string show; // value as tshark shows it: "10.0.0.1"
+    std::string
+        value;     // raw bytes as lowercase hex; empty for fields tshark gives no value (FT_NONE)
+    int depth = 0; // nesting level in the decode tree
+    std::size_t pos = 0;  // offset of the field's bytes in the frame
+    std::size_t size = 0; // number of bytes the field covers
 };
 
 struct TsharkDecode {
@@ -35,6 +39,7 @@ struct TsharkDecode {
     std::string text;  // the decode tree, one "showname" per line, indented by depth
     std::vector<std::string> warnings; // "Warning/Malformed: ..." lines; empty means a clean decode
     std::vector<TsharkField> fields;   // every field, in decode order
+    std::vector<std::uint8_t> frame;   // the frame that was decoded (Ethernet header first)
 
     // Shown values of every field called `name`, in order.
     std::vector<std::string> fieldValues(const std::string& name) const;
@@ -42,6 +47,9 @@ struct TsharkDecode {
     std::string decodedField(const std::string& name) const;
     // Raw hex of every field called `name`, in order.
     std::vector<std::string> fieldHex(const std::string& name) const;
+    // The frame bytes every field called `name` covers (works for fields without a value, such as
+    // bgp.update.path_attributes.unknown).
+    std::vector<std::vector<std::uint8_t>> fieldBytes(const std::string& name) const;
     bool hasField(const std::string& name) const { return !fieldValues(name).empty(); }
 };
 
@@ -65,5 +73,10 @@ TsharkDecode wrapInUpdate(std::span<const std::uint8_t> attributes,
 
 // "0a 0B-0c" style hex (blanks, '-' and ':' ignored) to bytes; for vectors kept in data files.
 std::vector<std::uint8_t> bytesFromHex(const std::string& hex);
+
+// A wire-vector file: one vector a line, "name hex hex ...", '#' starts a comment line; a name
+// alone is the empty vector. Throws std::runtime_error naming the file and line for an unreadable
+// file, a bad hex digit or a repeated name.
+std::map<std::string, std::vector<std::uint8_t>> readWireVectors(const std::string& path);
 
 } // namespace OrvTest

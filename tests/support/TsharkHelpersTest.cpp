@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
+
 namespace OrvTest {
 namespace {
 
@@ -46,6 +48,37 @@ TEST(TsharkHelpers, LengthMismatchBetweenMessageAndAttributesIsReported) {
     auto d = decodeBgp(msg);
     ASSERT_TRUE(d.ran) << d.error;
     EXPECT_FALSE(d.warnings.empty()) << d.text;
+}
+
+TEST(TsharkHelpers, FieldBytesSliceTheFrameForValuelessFields) {
+    if (!tsharkAvailable()) GTEST_SKIP() << kTsharkMissing;
+    auto d = wrapInUpdate(withAttr("e0 c8 03 0a 0b 0c"));
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_EQ(d.fieldBytes("bgp.update.path_attributes.unknown"),
+              (std::vector<std::vector<std::uint8_t>>{{0x0a, 0x0b, 0x0c}}));
+}
+
+TEST(TsharkHelpers, WireVectorFilesReadByName) {
+    auto path = ::testing::TempDir() + "/orv-wire-vectors.txt";
+    {
+        std::ofstream out(path);
+        out << "# comment\n\nempty\ntwo 0a 0b\n";
+    }
+    auto v = readWireVectors(path);
+    EXPECT_EQ(v.size(), 2u);
+    EXPECT_TRUE(v.at("empty").empty());
+    EXPECT_EQ(v.at("two"), (std::vector<std::uint8_t>{0x0a, 0x0b}));
+    {
+        std::ofstream out(path);
+        out << "a 01\nb 0x\n";
+    }
+    try {
+        readWireVectors(path);
+        ADD_FAILURE() << "a bad digit must be reported";
+    } catch (const std::runtime_error& e) {
+        EXPECT_NE(std::string(e.what()).find(path + ":2:"), std::string::npos) << e.what();
+    }
+    EXPECT_THROW(readWireVectors(path + ".absent"), std::runtime_error);
 }
 
 TEST(TsharkHelpers, HexReaderRejectsOddAndForeignInput) {

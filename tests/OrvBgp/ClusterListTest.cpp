@@ -1,0 +1,469 @@
+#include "OrvBgp/ClusterList.h"
+
+#include "Mel/Exception.h"
+#include "Mel/Reflect.h"
+#include "OrvBgp/PathAttributesSerializeStore.h"
+#include "support/InternContract.h"
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <random>
+#include <set>
+#include <thread>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+OriginatorId ip(const char* s) {
+    return OriginatorId::fromString(s);
+}
+
+Mel::PtrConst<ClusterList> intern(const ClusterListContent& c) {
+    return ClusterListDedupTable::instance().findOrCreate(c);
+}
+
+std::vector<uint8_t> serialized(const ClusterList& l) {
+    AttrSetStringStore store;
+    l.serialize(store);
+    auto b = store.bytes();
+    return {b.begin(), b.end()};
+}
+
+ClusterListContent idsRange(const char* prefix, int n, OriginatorId originator = {}) {
+    ClusterListContent c;
+    c.originatorIdIs(originator);
+    for (int i = 0; i < n; ++i)
+        c.clusterIdEnq(ip((std::string(prefix) + std::to_string(i)).c_str()));
+    return c;
+}
+
+// ---- wire forms
+
+TEST(ClusterList, WireFormsMatchVectors) {
+    auto vectors = OrvTest::readWireVectors(ORV_TEST_DATA_DIR "/ClusterList/wire.txt");
+    const std::map<std::string, ClusterListContent> lists = {
+        {"empty", ClusterListContent()},
+        {"originator_only", ClusterListContent(ip("10.0.0.1"), {})},
+        {"ids_3", ClusterListContent({}, {ip("10.0.0.1"), ip("10.0.0.2"), ip("10.0.0.3")})},
+        {"originator_and_1", ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1")})},
+        {"ids_63", idsRange("10.1.0.", 63)},
+        {"ids_64", idsRange("10.1.0.", 64)},
+    };
+    ASSERT_EQ(vectors.size(), lists.size());
+    for (const auto& [name, content] : lists) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(vectors.count(name));
+        EXPECT_EQ(serialized(*intern(content)), vectors.at(name));
+    }
+}
+
+TEST(ClusterList, StoresOriginatorThenClusterListUnderTheirTypes) {
+    AttrSetStringStore store;
+    intern(ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1")}))->serialize(store);
+    EXPECT_EQ(store.attrTypes(), (std::vector<uint8_t>{9, 10}));
+    store.clear();
+    intern(ClusterListContent({}, {ip("10.0.0.1")}))->serialize(store);
+    EXPECT_EQ(store.attrTypes(), (std::vector<uint8_t>{10}));
+}
+
+TEST(ClusterList, TsharkDecodesOriginatorAndClusterList) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    auto l = intern(
+        ClusterListContent(ip("192.0.2.77"), {ip("10.0.0.1"), ip("172.16.5.4"), ip("10.0.0.3")}));
+    // ORIGIN IGP, empty AS_PATH, NEXT_HOP 192.0.2.9, then ours.
+    auto attrs = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
+    auto ours = serialized(*l);
+    attrs.insert(attrs.end(), ours.begin(), ours.end());
+    auto d = OrvTest::wrapInUpdate(attrs);
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_TRUE(d.warnings.empty()) << d.text;
+    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.originator_id"), "192.0.2.77");
+    EXPECT_EQ(d.decodedField("bgp.path_attribute.cluster_id"), "10.0.0.1,172.16.5.4,10.0.0.3");
+}
+
+// ---- value: hash, equality, order, text
+
+TEST(ClusterList, OriginatorIdSeparatesListsAndOrdersThem) {
+    auto a = intern(ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    auto b = intern(ClusterListContent(ip("1.0.0.2"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    auto a2 = intern(ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    EXPECT_NE(a.get(), b.get());
+    EXPECT_EQ(a.get(), a2.get());
+    EXPECT_TRUE(*a < *b);
+    EXPECT_FALSE(*b < *a);
+    EXPECT_FALSE(*a < *a2);
+    EXPECT_LT(a->content(), b->content());
+}
+
+TEST(ClusterList, OrderIsLexicographicWithPrefixFirst) {
+    const ClusterListContent one({}, {ip("1.1.1.1")});
+    const ClusterListContent two({}, {ip("1.1.1.1"), ip("2.2.2.2")});
+    const ClusterListContent high({}, {ip("9.0.0.0")});
+    const ClusterListContent higher({}, {ip("10.0.0.0")}); // numeric, not byte-string, order
+    const ClusterListContent empty;
+    std::vector<ClusterListContent> sorted = {higher, two, empty, high, one};
+    std::sort(sorted.begin(), sorted.end());
+    EXPECT_EQ(sorted, (std::vector<ClusterListContent>{empty, one, two, high, higher}));
+    EXPECT_TRUE(*intern(one) < *intern(two));
+    EXPECT_FALSE(*intern(two) < *intern(one));
+}
+
+TEST(ClusterList, EqualityNeedsSameIdsInSameOrder) {
+    const ClusterListContent ab({}, {ip("10.0.0.1"), ip("10.0.0.2")});
+    const ClusterListContent ba({}, {ip("10.0.0.2"), ip("10.0.0.1")});
+    EXPECT_FALSE(ab == ba);
+    EXPECT_NE(ab.hash(), ba.hash());
+    EXPECT_NE(intern(ab).get(), intern(ba).get());
+    // The hash covers the originator id too, and an empty list differs from a list of 0.0.0.0.
+    EXPECT_NE(ClusterListContent(ip("1.1.1.1"), {}).hash(), ClusterListContent().hash());
+    EXPECT_NE(ClusterListContent({}, {ip("0.0.0.0")}).hash(), ClusterListContent().hash());
+}
+
+TEST(ClusterList, IdsBeyondTheInlineSpaceSurviveInterning) {
+    // 0..20 ids covers the tail-padding start, the inline content limit (16) and beyond.
+    for (int n = 0; n <= 20; ++n) {
+        auto c = idsRange("10.9.0.", n, ip("192.0.2.1"));
+        auto l = intern(c);
+        ASSERT_EQ(l->clusterIdCount(), size_t(n));
+        EXPECT_TRUE(l->content() == c) << n;
+        EXPECT_EQ(l->hash(), c.hash());
+    }
+}
+
+TEST(ClusterList, TextFormEndsEveryIdWithABlank) {
+    auto l = intern(ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    EXPECT_EQ(l->toStrep(), "10.0.0.1 10.0.0.2 ");
+    EXPECT_EQ(ClusterList::destashStrep(l.get(), &MelStash::StoreManager::instance()),
+              "10.0.0.1 10.0.0.2 ");
+    EXPECT_EQ(intern(ClusterListContent(ip("192.0.2.1"), {}))->toStrep(), "");
+}
+
+TEST(ClusterList, ContentValueFormReadsBack) {
+    const ClusterListContent c(ip("192.0.2.1"), {ip("10.0.0.1"), ip("10.0.0.2")});
+    const std::string text = Mel::valueToStrep(c);
+    EXPECT_EQ(text, "Value('Routing::Bgp::ClusterListContent', ** {'originatorId': '192.0.2.1', "
+                    "'clusterId': ['10.0.0.1', '10.0.0.2']})");
+    EXPECT_TRUE(Mel::valueFromStrep<ClusterListContent>(text) == c);
+    EXPECT_THROW(Mel::valueFromStrep<ClusterListContent>(
+                     "Value('Routing::Bgp::ClusterListContent', ** {'clusterId': ['10.0.0.256']})"),
+                 Mel::ParseException);
+}
+
+// ---- stored lists
+
+TEST(ClusterList, DestashInternsTheStoredValue) {
+    auto l = intern(ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1")}));
+    auto& store = MelStash::StoreManager::instance();
+    EXPECT_EQ(ClusterList::destash(l.get(), &store).get(), l.get());
+
+    // A list from another table comes back as the equal list of the process-wide table.
+    ClusterListDedupTable other("ClusterListTestTable");
+    auto elsewhere = other.findOrCreate(ClusterListContent(ip("192.0.2.2"), {ip("10.0.0.9")}));
+    auto back = ClusterList::destash(elsewhere.get(), &store);
+    EXPECT_NE(back.get(), elsewhere.get());
+    EXPECT_EQ(back.get(), intern(elsewhere->content()).get());
+}
+
+TEST(ClusterListDeathTest, DestashOfAnotherStoredClassHasNoReader) {
+    Mel::Ptr<BgpClusterIdSet> set(new BgpClusterIdSet);
+    auto& store = MelStash::StoreManager::instance();
+    EXPECT_DEATH(ClusterList::destash(set.get(), &store), "nullptr != reader");
+    EXPECT_DEATH(ClusterList::destashStrep(set.get(), &store), "nullptr != reader");
+}
+
+TEST(ClusterListDeathTest, TooManyIdsForOneAttribute) {
+    auto c = idsRange("10.0.0.", 0);
+    for (size_t i = 0; i <= ClusterList::maxClusterIds; ++i)
+        c.clusterIdEnq(OriginatorId::fromHostOrder(uint32_t(i + 1)));
+    EXPECT_DEATH(allocClusterListForDedup(c), "n <= ClusterList::maxClusterIds");
+    c = idsRange("10.0.0.", 0);
+    for (size_t i = 0; i < ClusterList::maxClusterIds; ++i)
+        c.clusterIdEnq(OriginatorId::fromHostOrder(uint32_t(i + 1)));
+    auto l = intern(c);
+    AttrSetStringStore store;
+    l->serialize(store);
+    EXPECT_EQ(store.str().size(), 4 + 4 * ClusterList::maxClusterIds);
+}
+
+// ---- loop checks
+
+TEST(ClusterList, LoopChecksAnswerAndCacheOncePerId) {
+    auto l = intern(ClusterListContent({}, {ip("10.0.0.1"), ip("10.0.0.2"), ip("10.0.0.3")}));
+    EXPECT_TRUE(l->findClusterListLoop(ip("10.0.0.2")));
+    EXPECT_FALSE(l->findClusterListLoop(ip("10.0.0.4")));
+    EXPECT_TRUE(l->findClusterListLoop(ip("10.0.0.2")));  // cached
+    EXPECT_FALSE(l->findClusterListLoop(ip("10.0.0.4"))); // cached
+    EXPECT_TRUE(l->findClusterListLoop(ip("10.0.0.3")));
+    EXPECT_EQ(l->clusterListLoopCacheSize(), 3u);
+    EXPECT_EQ(l->clusterListMultiLoopCacheSize(), 0u);
+    // The originator id is not a cluster id.
+    auto o = intern(ClusterListContent(ip("10.0.0.7"), {ip("10.0.0.1")}));
+    EXPECT_FALSE(o->findClusterListLoop(ip("10.0.0.7")));
+}
+
+Mel::PtrConst<BgpClusterIdSet> idSet(std::initializer_list<const char*> ids) {
+    Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
+    for (const char* id : ids)
+        s->clusterIdsIs(ip(id));
+    return s->dedup();
+}
+
+TEST(ClusterList, MultiLoopCheckGivesFirstListEntryInTheSet) {
+    auto l = intern(ClusterListContent({}, {ip("10.0.0.1"), ip("10.0.0.2"), ip("10.0.0.3")}));
+    auto second = idSet({"10.0.0.3", "10.0.0.2"});
+    auto none = idSet({"10.0.0.9"});
+    auto empty = idSet({});
+    EXPECT_EQ(l->findClusterListLoopMulti(second.get()), ip("10.0.0.2"));
+    EXPECT_EQ(l->findClusterListLoopMulti(none.get()), OriginatorId());
+    EXPECT_EQ(l->findClusterListLoopMulti(empty.get()), OriginatorId());
+    EXPECT_EQ(l->findClusterListLoopMulti(second.get()), ip("10.0.0.2")); // cached
+    EXPECT_EQ(l->clusterListMultiLoopCacheSize(), 3u);
+    // An equal set interned again is the same object and so the same cache entry.
+    EXPECT_EQ(idSet({"10.0.0.2", "10.0.0.3"}).get(), second.get());
+    EXPECT_EQ(l->findClusterListLoopMulti(idSet({"10.0.0.2", "10.0.0.3"}).get()), ip("10.0.0.2"));
+    EXPECT_EQ(l->clusterListMultiLoopCacheSize(), 3u);
+}
+
+TEST(ClusterList, CachesGrowPastTheirFirstBlockAndKeepEveryAnswer) {
+    auto l = intern(idsRange("10.5.0.", 12));
+    std::vector<Mel::PtrConst<BgpClusterIdSet>> sets;
+    // Interleave both caches so that single-id entries are inserted in front of set entries.
+    for (int i = 0; i < 24; ++i) {
+        auto id = ip(("10.5.0." + std::to_string(i)).c_str());
+        EXPECT_EQ(l->findClusterListLoop(id), i < 12) << i;
+        Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
+        s->clusterIdsIs(id);
+        s->clusterIdsIs(ip("192.0.2.1"));
+        sets.push_back(s->dedup());
+        EXPECT_EQ(l->findClusterListLoopMulti(sets.back().get()), i < 12 ? id : OriginatorId());
+    }
+    EXPECT_EQ(l->clusterListLoopCacheSize(), 24u);
+    EXPECT_EQ(l->clusterListMultiLoopCacheSize(), 24u);
+    for (int i = 0; i < 24; ++i) {
+        auto id = ip(("10.5.0." + std::to_string(i)).c_str());
+        EXPECT_EQ(l->findClusterListLoop(id), i < 12) << i;
+        EXPECT_EQ(l->findClusterListLoopMulti(sets[i].get()), i < 12 ? id : OriginatorId()) << i;
+    }
+}
+
+TEST(ClusterList, MultiLoopCacheKeepsItsSetsAliveUntilTheListGoes) {
+    const int64_t before = BgpClusterIdSet::melStashTypeStats().objects.load();
+    {
+        auto l = intern(ClusterListContent({}, {ip("10.0.0.1")}));
+        idSet({"10.77.0.1"}); // interned and released at once: gone
+        EXPECT_EQ(BgpClusterIdSet::melStashTypeStats().objects.load(), before);
+        l->findClusterListLoopMulti(idSet({"10.77.0.2"}).get());
+        EXPECT_EQ(BgpClusterIdSet::melStashTypeStats().objects.load(), before + 1);
+    }
+    EXPECT_EQ(BgpClusterIdSet::melStashTypeStats().objects.load(), before);
+}
+
+TEST(ClusterListDeathTest, MultiLoopCheckNeedsAnInternedSet) {
+    auto l = intern(ClusterListContent({}, {ip("10.0.0.1")}));
+    Mel::Ptr<BgpClusterIdSet> loose(new BgpClusterIdSet);
+    EXPECT_DEATH(l->findClusterListLoopMulti(loose.get()), "set->isDeduped\\(\\)");
+}
+
+TEST(ClusterListConcurrent, LoopChecksFromManyThreadsAgreeWithAScan) {
+    // One shared list, four threads asking overlapping ids and sets in different orders.
+    auto content = idsRange("10.3.0.", 10);
+    auto l = intern(content);
+    std::vector<OriginatorId> pool;
+    for (int i = 0; i < 20; ++i)
+        pool.push_back(ip(("10.3.0." + std::to_string(i * 3 % 17)).c_str()));
+    std::sort(pool.begin(), pool.end());
+    pool.erase(std::unique(pool.begin(), pool.end()), pool.end());
+    std::vector<Mel::PtrConst<BgpClusterIdSet>> sets;
+    for (size_t i = 0; i + 1 < pool.size(); ++i) {
+        Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
+        s->clusterIdsIs(pool[i]);
+        s->clusterIdsIs(pool[i + 1]);
+        sets.push_back(s->dedup());
+    }
+    auto scan = [&](OriginatorId id) {
+        auto ids = content.clusterId();
+        return std::find(ids.begin(), ids.end(), id) != ids.end();
+    };
+    auto scanMulti = [&](const BgpClusterIdSet& s) {
+        for (OriginatorId id : content.clusterId())
+            if (s.clusterIdsContains(id)) return id;
+        return OriginatorId();
+    };
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 rng(1000 + t);
+            for (int i = 0; i < 4000; ++i) {
+                OriginatorId id = pool[rng() % pool.size()];
+                if (l->findClusterListLoop(id) != scan(id)) wrong.fetch_add(1);
+                const auto& s = sets[rng() % sets.size()];
+                if (l->findClusterListLoopMulti(s.get()) != scanMulti(*s)) wrong.fetch_add(1);
+            }
+        });
+    }
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(wrong.load(), 0);
+    EXPECT_EQ(l->clusterListLoopCacheSize(), pool.size());
+    EXPECT_EQ(l->clusterListMultiLoopCacheSize(), sets.size());
+}
+
+TEST(ClusterListConcurrent, ChecksOnManyListsWhileListsComeAndGo) {
+    // Lists are interned, checked and released by several threads at once, so caches are made and
+    // freed while other lists' caches are read under the same lock.
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 3; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 rng(2000 + t);
+            for (int i = 0; i < 1500; ++i) {
+                int n = int(rng() % 5) + 1;
+                auto c = idsRange("10.4.0.", n);
+                auto l = intern(c);
+                auto probe = ip(("10.4.0." + std::to_string(rng() % 6)).c_str());
+                bool expect = false;
+                for (OriginatorId id : c.clusterId())
+                    expect |= id == probe;
+                if (l->findClusterListLoop(probe) != expect) wrong.fetch_add(1);
+            }
+        });
+    }
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+// ---- the cache lock
+
+TEST(ClusterListLoopCacheLock, EdeadlkOnTheWriteLockOnlyWhenTolerated) {
+    auto& lock = clusterListLoopCacheRwLock();
+    ASSERT_FALSE(clusterListLoopCacheEdeadlkTolerated()); // off unless the agent turns it on
+    ASSERT_TRUE(lock.writeLock());
+    try {
+        lock.writeLock();
+        ADD_FAILURE() << "a second write lock from the holder must fail";
+    } catch (const Mel::ErrnoException& e) {
+        EXPECT_EQ(e.err(), EDEADLK);
+    }
+    clusterListLoopCacheEdeadlkToleratedIs(true);
+    EXPECT_FALSE(lock.writeLock()); // tolerated: not taken again
+    // The read lock is never tolerated.
+    EXPECT_THROW(lock.readLock(), Mel::ErrnoException);
+    clusterListLoopCacheEdeadlkToleratedIs(false);
+    lock.unlock();
+    // And the lock still works for the checks.
+    auto l = intern(ClusterListContent({}, {ip("10.0.0.1")}));
+    EXPECT_TRUE(l->findClusterListLoop(ip("10.0.0.1")));
+}
+
+// ---- snapshot and id sets
+
+TEST(ClusterList, SnapshotIsAnIndexedCopyThatEditsApart) {
+    auto l = intern(ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    auto snap = l->clusterIdSnapshot();
+    using E = ClusterListSnapshot::MelClusterId;
+    ASSERT_EQ(snap->clusterIdCount(), 2u);
+    EXPECT_EQ(*snap->clusterIdFront(), (E{0, ip("10.0.0.1")}));
+    EXPECT_EQ(*snap->clusterIdBack(), (E{1, ip("10.0.0.2")}));
+
+    EXPECT_EQ(snap->clusterIdEnq(ip("10.0.0.3")), (E{2, ip("10.0.0.3")}));
+    snap->clusterIdIs(1, ip("10.0.0.20")); // replaces
+    snap->clusterIdIs(7, ip("10.0.0.7"));  // inserts in index order
+    EXPECT_TRUE(snap->clusterIdDeq());
+    EXPECT_FALSE(snap->clusterIdDel(0)); // already dequeued
+    EXPECT_FALSE(snap->clusterIdDel(E{2, ip("10.0.0.99")}));
+    EXPECT_TRUE(snap->clusterIdDel(E{2, ip("10.0.0.3")}));
+    EXPECT_EQ(snap->clusterIdEnq(ip("10.0.0.8")).index, 8u); // after the highest index given
+    std::vector<E> expect = {{1, ip("10.0.0.20")}, {7, ip("10.0.0.7")}, {8, ip("10.0.0.8")}};
+    EXPECT_TRUE(std::equal(snap->clusterIds().begin(), snap->clusterIds().end(), expect.begin(),
+                           expect.end()));
+
+    // The interned list is untouched; the snapshot makes a new one.
+    EXPECT_EQ(l->toStrep(), "10.0.0.1 10.0.0.2 ");
+    auto edited = intern(snap->content(l->originatorId()));
+    EXPECT_EQ(edited->toStrep(), "10.0.0.20 10.0.0.7 10.0.0.8 ");
+    EXPECT_EQ(edited->originatorId(), ip("192.0.2.1"));
+    snap->clusterIdDelAll();
+    EXPECT_EQ(snap->clusterIdFront(), nullptr);
+    EXPECT_FALSE(snap->clusterIdDeq());
+}
+
+TEST(BgpClusterIdSet, EqualSetsInternOnceWhateverTheOrder) {
+    Mel::Ptr<BgpClusterIdSet> a(new BgpClusterIdSet), b(new BgpClusterIdSet);
+    for (const char* id : {"10.0.0.1", "10.0.0.2", "10.0.0.3"})
+        a->clusterIdsIs(ip(id));
+    for (const char* id : {"10.0.0.3", "10.0.0.9", "10.0.0.1", "10.0.0.2"})
+        b->clusterIdsIs(ip(id));
+    b->clusterIdsDel(ip("10.0.0.9"));
+    b->clusterIdsIs(ip("10.0.0.1")); // already present
+    EXPECT_EQ(a->hash(), b->hash());
+    EXPECT_EQ(a->dedup().get(), b->dedup().get());
+
+    Mel::Ptr<BgpClusterIdSet> c(new BgpClusterIdSet);
+    c->clusterIdsIs(ip("10.0.0.1"));
+    c->clusterIdsDelAll();
+    Mel::Ptr<BgpClusterIdSet> d(new BgpClusterIdSet);
+    EXPECT_EQ(c->hash(), d->hash());
+    EXPECT_NE(c->hash(), a->hash());
+}
+
+TEST(BgpClusterIdSet, DumpLineCountsIds) {
+    auto s = idSet({"10.0.0.1", "10.0.0.2"});
+    auto ctx = Keel::DumpContext::toString();
+    s->dumpState(ctx, 4);
+    EXPECT_EQ(ctx->text(), "    clusterIds #2\n");
+}
+
+TEST(BgpClusterIdSetDeathTest, InternedSetIsImmutable) {
+    Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
+    s->clusterIdsIs(ip("10.0.0.1"));
+    auto shared = s->dedup();
+    ASSERT_EQ(shared.get(), s.get());
+    EXPECT_DEATH(s->clusterIdsIs(ip("10.0.0.2")), "!everDeduped\\(\\)");
+    EXPECT_DEATH(s->clusterIdsDelAll(), "!everDeduped\\(\\)");
+}
+
+TEST(AttrSetStringStoreDeathTest, AttributeMustCarryTheTypeItIsStoredUnder) {
+    AttrSetStringStore store;
+    auto attr = OrvTest::bytesFromHex("80 0a 04 0a 00 00 01");
+    EXPECT_DEATH(store.store(9, std::span<const uint8_t>(attr)),
+                 "attribute.size\\(\\) >= 3 && attribute\\[1\\] == attrType");
+}
+
+// ---- the interning contract
+
+struct ClusterListTraits {
+    using Object = ClusterList;
+    static ClusterListContent content(int i) {
+        return idsRange("10.8.0.", i % 7, OriginatorId::fromHostOrder(uint32_t(0xc0000200 + i)));
+    }
+    static Mel::PtrConst<ClusterList> intern(const ClusterListContent& c) {
+        return ClusterListDedupTable::instance().findOrCreate(c);
+    }
+    static size_t tableSize() { return ClusterListDedupTable::instance().size(); }
+};
+
+struct BgpClusterIdSetTraits {
+    using Object = BgpClusterIdSet;
+    static int content(int i) { return i; }
+    static Mel::PtrConst<BgpClusterIdSet> intern(int i) {
+        Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
+        for (int k = 0; k <= i % 5; ++k)
+            s->clusterIdsIs(OriginatorId::fromHostOrder(uint32_t(0x0a060000 + i * 8 + k)));
+        return s->dedup();
+    }
+    static size_t tableSize() { return BgpClusterIdSetDedupTable::instance().size(); }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(ClusterList, InternContract, ::testing::Types<ClusterListTraits>);
+INSTANTIATE_TYPED_TEST_SUITE_P(BgpClusterIdSet, InternContract,
+                               ::testing::Types<BgpClusterIdSetTraits>);
+
+} // namespace
+} // namespace Routing::Bgp

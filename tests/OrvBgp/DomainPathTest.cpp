@@ -1,0 +1,315 @@
+#include "OrvBgp/DomainPath.h"
+
+#include "Mel/Exception.h"
+#include "Mel/Reflect.h"
+#include "OrvBgp/PathAttributesSerializeStore.h"
+#include "Tracelet/Tracelet.h"
+#include "support/InternContract.h"
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <list>
+#include <random>
+#include <thread>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+// Segment i of the test paths: 65000+i:i with flag byte i & 0xff (as tests/data/DomainPath says).
+DomainSegment seg(int i) {
+    return DomainSegment(VpnDomainId(uint32_t(65000 + i), uint16_t(i)), uint8_t(i));
+}
+
+DomainPathContent pathOf(int n) {
+    DomainPathContent c;
+    for (int i = 0; i < n; ++i)
+        c.domainSegmentEnq(seg(i));
+    return c;
+}
+
+Mel::PtrConst<DomainPath> intern(const DomainPathContent& c) {
+    return DomainPathDedupTable::instance().findOrCreate(c);
+}
+
+std::vector<uint8_t> vec(const Mel::Bytes& b) {
+    return {b.begin(), b.end()};
+}
+
+const char* const kRangeText = "Routing::Bgp::VpnDomainId::value < 0 or > "
+                               "Routing::Bgp::VpnDomainId::maxDomainId not allowed";
+
+// ---- wire form
+
+TEST(DomainPath, WireFormsMatchVectors) {
+    auto vectors = OrvTest::readWireVectors(ORV_TEST_DATA_DIR "/DomainPath/wire.txt");
+    ASSERT_EQ(vectors.size(), 6u);
+    for (int n : {0, 1, 2, 255, 256, 511}) {
+        const std::string name = "segments_" + std::to_string(n);
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(vectors.count(name));
+        auto p = intern(pathOf(n));
+        EXPECT_EQ(vec(p->serialize()), vectors.at(name));
+        AttrSetStringStore store;
+        p->serialize(store);
+        EXPECT_EQ(vec(store.bytes()), vectors.at(name));
+    }
+}
+
+TEST(DomainPath, SequenceBoundaryAt255Segments) {
+    // 255: one sequence, length 1 + 1785; 256: two, length 2 + 1792, the second holding one.
+    auto b255 = intern(pathOf(255))->serialize();
+    ASSERT_EQ(b255.size(), 4u + 1786);
+    EXPECT_EQ(b255[2] << 8 | b255[3], 1 + 1785);
+    EXPECT_EQ(b255[4], 255);
+    auto b256 = intern(pathOf(256))->serialize();
+    ASSERT_EQ(b256.size(), 4u + 1794);
+    EXPECT_EQ(b256[2] << 8 | b256[3], 2 + 1792);
+    EXPECT_EQ(b256[4], 255);
+    EXPECT_EQ(b256[4 + 1 + 255 * 7], 1);
+}
+
+TEST(DomainPath, TraceNamesTheCountsAndChangesNothing) {
+    auto p = intern(pathOf(256));
+    const auto quiet = p->serialize();
+    std::vector<std::string> lines;
+    auto& trace = Tracelet::orvBgp();
+    const int level = trace.level();
+    {
+        Tracelet::ScopedSink sink([&](std::string_view t) { lines.emplace_back(t); });
+        trace.levelIs(5);
+        EXPECT_EQ(p->serialize(), quiet);
+        trace.levelIs(level);
+    }
+    EXPECT_EQ(lines, (std::vector<std::string>{"Serializing: DomainPath::serialize()",
+                                               "numDomainSequence 2, domainPathSize 256"}));
+}
+
+TEST(DomainPath, TsharkDecodesOneAndTwoSequences) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    // tshark 4.0 reads a domain sequence as 6-byte domain ids followed by one flag byte for the
+    // whole sequence, an earlier layout of this attribute. The two layouts agree byte for byte on a
+    // one-segment path, which is compared field by field; for longer paths tshark can vouch for the
+    // header, the framing (the attribute after the D-PATH must decode in place), the first
+    // sequence's count and its first domain id.
+    const auto base = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
+    const auto after = OrvTest::bytesFromHex("40 05 04 00 00 00 64"); // LOCAL_PREF 100
+    DomainPathContent one;
+    one.domainSegmentEnq(DomainSegment(VpnDomainId(4200000001u, 65535), 0x46));
+    for (const DomainPathContent& c : {one, pathOf(3), pathOf(256)}) {
+        const size_t n = c.domainSegmentCount();
+        SCOPED_TRACE(n);
+        auto attrs = base;
+        auto ours = vec(intern(c)->serialize());
+        attrs.insert(attrs.end(), ours.begin(), ours.end());
+        attrs.insert(attrs.end(), after.begin(), after.end());
+        auto d = OrvTest::wrapInUpdate(attrs);
+        ASSERT_TRUE(d.ran) << d.error;
+        EXPECT_TRUE(d.warnings.empty()) << d.text;
+        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.local_pref"), "100");
+        auto types = d.fieldValues("bgp.update.path_attribute.type_code");
+        auto lengths = d.fieldValues("bgp.update.path_attribute.length");
+        auto flags = d.fieldValues("bgp.update.path_attribute.flags");
+        ASSERT_EQ(types, (std::vector<std::string>{"1", "2", "3", "36", "5"}));
+        const size_t sequences = (n + 254) / 255;
+        EXPECT_EQ(lengths[3], std::to_string(sequences + 7 * n));
+        EXPECT_EQ(flags[3], n > 36 ? "0xd0" : "0xc0");
+        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.length").front(),
+                  std::to_string(std::min<size_t>(n, 255)));
+        const VpnDomainId first = c.domainSegmentAt(0).vpnDomainId();
+        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.ga").front(),
+                  std::to_string(first.globalAdmin()));
+        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.la").front(),
+                  std::to_string(first.localAdmin()));
+        if (n == 1) {
+            EXPECT_EQ(d.decodedField("bgp.update.attribute.dpath.isf.safi"), "70"); // 0x46
+        }
+    }
+}
+
+// ---- ids and segments
+
+TEST(VpnDomainId, RangeIsFortyEightBits) {
+    EXPECT_EQ(VpnDomainId(int64_t(VpnDomainId::maxDomainId)), VpnDomainId(0xffffffff, 0xffff));
+    EXPECT_EQ(VpnDomainId(int64_t(0x0000fde9000a)), VpnDomainId(65001, 10));
+    for (int64_t bad : {int64_t(-1), int64_t(VpnDomainId::maxDomainId + 1), INT64_MAX}) {
+        try {
+            VpnDomainId id(bad);
+            ADD_FAILURE() << bad << " accepted as " << id;
+        } catch (const Mel::RangeException& e) {
+            EXPECT_STREQ(e.what(), kRangeText);
+        }
+    }
+}
+
+TEST(DomainSegment, PacksIdAndFlagIntoOneWord) {
+    DomainSegment s(VpnDomainId(0x01020304, 0x0506), 0x07);
+    EXPECT_EQ(s.domainSegmentStorage(), 0x0001020304050607u);
+    EXPECT_EQ(s.vpnDomainId(), VpnDomainId(0x01020304, 0x0506));
+    EXPECT_EQ(s.domainFlag(), 0x07);
+    // Order is the word's: the global administrator first, the flag last.
+    EXPECT_LT(DomainSegment(VpnDomainId(1, 0xffff), 0xff), DomainSegment(VpnDomainId(2, 0), 0));
+    EXPECT_LT(DomainSegment(VpnDomainId(1, 1), 0xff), DomainSegment(VpnDomainId(1, 2), 0));
+    EXPECT_LT(DomainSegment(VpnDomainId(1, 1), 1), DomainSegment(VpnDomainId(1, 1), 2));
+}
+
+TEST(DomainSegment, TextFormsReadBack) {
+    EXPECT_EQ(seg(10).toStrep(), "65010:10/0x0a");
+    EXPECT_EQ(DomainSegment::fromString("65010:10/0x0a"), seg(10));
+    EXPECT_EQ(DomainSegment::fromString("4294967295:65535/0xff"),
+              DomainSegment(VpnDomainId(0xffffffff, 0xffff), 0xff));
+    for (const char* bad : {"", "65010:10", "65010/0x0a", "4294967296:1/0x00", "1:65536/0x00",
+                            "1:1/0x1", "1:1/0x0g", "-1:1/0x00"})
+        EXPECT_THROW(DomainSegment::fromString(bad), Mel::ParseException) << bad;
+
+    EXPECT_EQ(intern(pathOf(2))->toStrep(), "65000:0/0x00 65001:1/0x01");
+    EXPECT_EQ(intern(pathOf(0))->toStrep(), "");
+    const auto c = pathOf(2);
+    const auto text = Mel::valueToStrep(c);
+    EXPECT_EQ(text, "Value('Routing::Bgp::DomainPathContent', ** {'domainSegments': "
+                    "['65000:0/0x00', '65001:1/0x01']})");
+    EXPECT_TRUE(Mel::valueFromStrep<DomainPathContent>(text) == c);
+}
+
+TEST(DomainPath, SegmentWithHighBitsRefusesToSerialize) {
+    DomainPathContent c = pathOf(2);
+    DomainSegment bad;
+    bad.domainSegmentStorageIs(uint64_t(1) << 56 | 0x0000fde9000a00);
+    c.domainSegmentEnq(bad);
+    auto p = intern(c);
+    EXPECT_NE(p.get(), intern(pathOf(2)).get());
+    try {
+        p->serialize();
+        ADD_FAILURE() << "serialized a segment with bits 56-63 set";
+    } catch (const Mel::RangeException& e) {
+        EXPECT_STREQ(e.what(), kRangeText);
+    }
+    EXPECT_NE(p->toStrep().find("!0x01"), std::string::npos) << p->toStrep();
+}
+
+// ---- interning
+
+TEST(DomainPath, InternsBySegmentsInOrder) {
+    auto a = intern(pathOf(3));
+    EXPECT_EQ(intern(pathOf(3)).get(), a.get());
+    DomainPathContent reversed;
+    for (int i = 2; i >= 0; --i)
+        reversed.domainSegmentEnq(seg(i));
+    EXPECT_NE(intern(reversed).get(), a.get());
+    DomainPathContent flagged;
+    for (int i = 0; i < 3; ++i)
+        flagged.domainSegmentEnq(DomainSegment(seg(i).vpnDomainId(), uint8_t(i == 1 ? 9 : i)));
+    EXPECT_NE(intern(flagged).get(), a.get());
+    EXPECT_NE(intern(pathOf(2)).get(), a.get());
+    EXPECT_EQ(a->domainSegmentAt(2), seg(2));
+    EXPECT_TRUE(a->content() == pathOf(3));
+    EXPECT_EQ(DomainPathDedupTable::instance().find(pathOf(3)).get(), a.get());
+}
+
+TEST(DomainPath, DestashInternsTheStoredValue) {
+    auto& store = MelStash::StoreManager::instance();
+    auto a = intern(pathOf(4));
+    EXPECT_EQ(DomainPath::destash(a.get(), &store).get(), a.get());
+    DomainPathDedupTable other("DomainPathTestTable");
+    auto elsewhere = other.findOrCreate(pathOf(5));
+    EXPECT_EQ(DomainPath::destash(elsewhere.get(), &store).get(), intern(pathOf(5)).get());
+}
+
+TEST(DomainPathDeathTest, IndexAndSizeLimits) {
+    auto p = intern(pathOf(2));
+    EXPECT_DEATH(p->domainSegmentAt(2), "index < domainSegmentCount\\(\\)");
+    EXPECT_DEATH(intern(pathOf(int(DomainPath::maxDomainSegments) + 1)),
+                 "segments.size\\(\\) <= maxDomainSegments");
+    // The largest path still fits one attribute.
+    auto big = intern(pathOf(int(DomainPath::maxDomainSegments)));
+    EXPECT_EQ(big->serialize().size(), 4u + 37 + 7 * DomainPath::maxDomainSegments);
+}
+
+// ---- the lookup cache
+
+TEST(DomainPath, LruKeepsTenEvictsTheLeastRecentAndNeverChangesAnAnswer) {
+    auto p = intern(pathOf(8));
+    // Ids 0..7 are in the path, 8.. are not.
+    auto id = [](int i) { return seg(i).vpnDomainId(); };
+    for (int i = 0; i < 10; ++i)
+        EXPECT_EQ(p->containsDomainId(id(i)), i < 8);
+    EXPECT_EQ(p->domainIdLookupCacheIds().size(), 10u);
+    EXPECT_EQ(p->domainIdLookupCacheIds().front(), id(9));
+    EXPECT_TRUE(p->containsDomainId(id(0)));   // a hit: id 0 becomes the most recent
+    EXPECT_FALSE(p->containsDomainId(id(10))); // the eleventh id evicts id 1, now the oldest
+    auto ids = p->domainIdLookupCacheIds();
+    ASSERT_EQ(ids.size(), 10u);
+    EXPECT_EQ(ids[0], id(10));
+    EXPECT_EQ(ids[1], id(0));
+    EXPECT_EQ(std::count(ids.begin(), ids.end(), id(1)), 0);
+    EXPECT_TRUE(p->containsDomainId(id(1))); // asked again after eviction: same answer
+
+    // Against a model LRU, with a fixed seed.
+    std::list<VpnDomainId> model(ids.begin(), ids.end());
+    model.remove(id(1));
+    model.push_front(id(1));
+    model.resize(std::min<size_t>(model.size(), 10));
+    std::mt19937 rng(7);
+    for (int step = 0; step < 2000; ++step) {
+        int i = int(rng() % 16);
+        ASSERT_EQ(p->containsDomainId(id(i)), i < 8) << step;
+        model.remove(id(i));
+        model.push_front(id(i));
+        if (model.size() > DomainPath::maxLruCacheSize) model.pop_back();
+        ASSERT_EQ(p->domainIdLookupCacheIds(), std::vector<VpnDomainId>(model.begin(), model.end()))
+            << step;
+    }
+}
+
+TEST(DomainPath, LookupMatchesTheIdNotTheFlag) {
+    DomainPathContent c;
+    c.domainSegmentEnq(DomainSegment(VpnDomainId(65001, 1), 0x80));
+    auto p = intern(c);
+    EXPECT_TRUE(p->containsDomainId(VpnDomainId(65001, 1)));
+    EXPECT_FALSE(p->containsDomainId(VpnDomainId(65001, 0x0180)));
+    EXPECT_FALSE(intern(pathOf(0))->containsDomainId(VpnDomainId(65001, 1)));
+}
+
+TEST(DomainPathConcurrent, LookupsFromManyThreadsAgreeWithAScan) {
+    auto p = intern(pathOf(12));
+    std::atomic<int> wrong{0};
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([&, t] {
+            std::mt19937 rng(300 + t);
+            for (int i = 0; i < 5000; ++i) {
+                int k = int(rng() % 24);
+                if (p->containsDomainId(seg(k).vpnDomainId()) != (k < 12)) wrong.fetch_add(1);
+                if (p->domainIdLookupCacheIds().size() > DomainPath::maxLruCacheSize)
+                    wrong.fetch_add(1);
+            }
+        });
+    }
+    for (auto& th : threads)
+        th.join();
+    EXPECT_EQ(wrong.load(), 0);
+}
+
+// ---- the interning contract
+
+struct DomainPathTraits {
+    using Object = DomainPath;
+    static DomainPathContent content(int i) {
+        DomainPathContent c;
+        for (int k = 0; k <= i % 4; ++k)
+            c.domainSegmentEnq(DomainSegment(VpnDomainId(uint32_t(i), uint16_t(k)), 0));
+        return c;
+    }
+    static Mel::PtrConst<DomainPath> intern(const DomainPathContent& c) {
+        return DomainPathDedupTable::instance().findOrCreate(c);
+    }
+    static size_t tableSize() { return DomainPathDedupTable::instance().size(); }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(DomainPath, InternContract, ::testing::Types<DomainPathTraits>);
+
+} // namespace
+} // namespace Routing::Bgp

@@ -1,0 +1,223 @@
+#include "OrvBgp/GunkAttributes.h"
+
+#include "OrvBgp/PathAttributesSerializeStore.h"
+#include "support/InternContract.h"
+#include "support/TsharkHelpers.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+std::vector<uint8_t> bytes(std::initializer_list<uint8_t> b) {
+    return b;
+}
+
+Mel::PtrConst<GunkPathAttr> gunk(uint8_t type, uint8_t flags, const std::vector<uint8_t>& data) {
+    return GunkPathAttrDedupTable::instance().findOrCreate(
+        GunkPathAttrContent(type, flags, uint16_t(data.size()), data));
+}
+
+std::vector<uint8_t> vec(const Mel::Bytes& b) {
+    return {b.begin(), b.end()};
+}
+
+// ---- one attribute
+
+TEST(GunkPathAttr, WireFormsMatchVectors) {
+    auto vectors = OrvTest::readWireVectors(ORV_TEST_DATA_DIR "/Gunk/wire.txt");
+    const auto d3 = bytes({0x0a, 0x0b, 0x0c});
+    std::vector<uint8_t> d300;
+    for (int i = 0; i < 300; ++i)
+        d300.push_back(uint8_t(i));
+    const std::map<std::string, Mel::PtrConst<GunkPathAttr>> attrs = {
+        {"optional_transitive_gets_partial", gunk(200, 0xc0, d3)},
+        {"optional_nontransitive_unchanged", gunk(200, 0x80, d3)},
+        {"wellknown_transitive_gets_partial", gunk(201, 0x40, d3)},
+        {"already_partial", gunk(202, 0xe0, d3)},
+        {"extended_length_kept", gunk(203, 0xd0, d3)},
+        {"empty_value", gunk(204, 0xc0, {})},
+        {"value_300", gunk(205, 0xc0, d300)},
+    };
+    ASSERT_EQ(vectors.size(), attrs.size());
+    for (const auto& [name, attr] : attrs) {
+        SCOPED_TRACE(name);
+        ASSERT_TRUE(vectors.count(name));
+        EXPECT_EQ(vec(attr->serialize()), vectors.at(name));
+        AttrSetStringStore store;
+        attr->serialize(store);
+        EXPECT_EQ(vec(store.bytes()), vectors.at(name));
+    }
+}
+
+TEST(GunkPathAttr, PartialBitDoesNotChangeTheInternedValue) {
+    auto a = gunk(200, 0xc0, {1});
+    EXPECT_EQ(a->attrFlags(), 0xc0);
+    EXPECT_TRUE(a->transitive());
+    EXPECT_FALSE(gunk(200, 0x80, {1})->transitive());
+    // Received with and without Partial: two values, both sent with it.
+    auto p = gunk(200, 0xe0, {1});
+    EXPECT_NE(a.get(), p.get());
+    EXPECT_EQ(a->serialize(), p->serialize());
+}
+
+TEST(GunkPathAttr, InternsByAllFourFields) {
+    auto a = gunk(200, 0xc0, {1, 2, 3});
+    EXPECT_EQ(gunk(200, 0xc0, {1, 2, 3}).get(), a.get());
+    std::vector<Mel::PtrConst<GunkPathAttr>> others = {
+        gunk(201, 0xc0, {1, 2, 3}), gunk(200, 0x80, {1, 2, 3}), gunk(200, 0xc0, {1, 2, 4}),
+        gunk(200, 0xc0, {1, 2}), gunk(200, 0xc0, {})};
+    for (const auto& o : others)
+        EXPECT_NE(o.get(), a.get()) << o.get();
+    // An attribute built apart interns into the same object.
+    auto loose = GunkPathAttrIs(200, 0xc0, 3, Mel::Bytes({1, 2, 3}));
+    EXPECT_FALSE(loose->isDeduped());
+    EXPECT_EQ(loose->dedup().get(), a.get());
+    EXPECT_EQ(GunkPathAttrDedupTable::instance()
+                  .find(GunkPathAttrContent(200, 0xc0, 3, a->gunkAttrData()))
+                  .get(),
+              a.get());
+    EXPECT_EQ(a->gunkAttrDataBytes(), Mel::Bytes({1, 2, 3}));
+}
+
+TEST(GunkPathAttr, TextForms) {
+    auto a = gunk(200, 0xc0, {0x0a, 0x0b, 0x0c});
+    EXPECT_EQ(a->toStrep(), "type=200,flags=0xc0,len=3,data=0a0b0c");
+    std::ostringstream os;
+    os << static_cast<const GunkPathAttr*>(nullptr) << ' ' << gunk(9, 0x80, {}).get();
+    EXPECT_EQ(os.str(), "NULL type=9,flags=0x80,len=0,data=");
+}
+
+TEST(GunkPathAttrDeathTest, LengthMustMatchTheData) {
+    EXPECT_DEATH(GunkPathAttrIs(200, 0xc0, 4, Mel::Bytes({1, 2, 3})),
+                 "c.gunkAttrData.size\\(\\) == c.attrLength");
+}
+
+// ---- the list
+
+Mel::Ptr<GunkPathAttrList> listOf(std::initializer_list<Mel::PtrConst<GunkPathAttr>> attrs) {
+    Mel::Ptr<GunkPathAttrList> l(new GunkPathAttrList);
+    for (const auto& a : attrs)
+        l->gunkIs(a);
+    return l;
+}
+
+std::vector<uint8_t> typesOf(const GunkPathAttrList& l) {
+    std::vector<uint8_t> out;
+    for (const auto& e : l)
+        out.push_back(e->attrType());
+    return out;
+}
+
+TEST(GunkPathAttrList, KeepsOnePerTypeInTypeOrder) {
+    auto l = listOf({gunk(210, 0xc0, {1}), gunk(200, 0xc0, {2}), gunk(205, 0x80, {3})});
+    EXPECT_EQ(typesOf(*l), bytes({200, 205, 210}));
+    l->gunkIs(gunk(205, 0xc0, {9})); // replaces the type-205 attribute
+    EXPECT_EQ(typesOf(*l), bytes({200, 205, 210}));
+    EXPECT_EQ(l->gunk(205), gunk(205, 0xc0, {9}).get());
+    EXPECT_EQ(l->gunk(201), nullptr);
+
+    EXPECT_TRUE(l->gunkDel(uint8_t(200)));
+    EXPECT_FALSE(l->gunkDel(uint8_t(200)));
+    l->gunkDel(l->begin() + 1); // by position: the type-210 attribute
+    EXPECT_EQ(typesOf(*l), bytes({205}));
+    l->gunkDelAll();
+    EXPECT_EQ(l->gunkCount(), 0u);
+}
+
+TEST(GunkPathAttrList, EqualListsAreOneInternedObject) {
+    auto a = listOf({gunk(200, 0xc0, {1}), gunk(201, 0x80, {2})})->dedup();
+    auto b = listOf({gunk(201, 0x80, {2}), gunk(200, 0xc0, {1})})->dedup();
+    EXPECT_EQ(a.get(), b.get());
+    EXPECT_NE(listOf({gunk(200, 0xc0, {1})})->dedup().get(), a.get());
+    EXPECT_NE(listOf({gunk(200, 0xc0, {1}), gunk(201, 0x80, {3})})->dedup().get(), a.get());
+    EXPECT_NE(
+        listOf({gunk(200, 0xc0, {1}), gunk(201, 0x80, {2}), gunk(202, 0x80, {2})})->dedup().get(),
+        a.get());
+    auto empty = listOf({})->dedup();
+    EXPECT_EQ(listOf({})->dedup().get(), empty.get());
+    EXPECT_NE(empty.get(), a.get());
+}
+
+TEST(GunkPathAttrList, SerializesAndPrintsInTypeOrder) {
+    auto l = listOf({gunk(210, 0x80, {1}), gunk(200, 0xc0, {2, 3})})->dedup();
+    AttrSetStringStore store;
+    l->serialize(store);
+    EXPECT_EQ(store.attrTypes(), bytes({200, 210}));
+    EXPECT_EQ(store.bytes(), Mel::Bytes::fromHex("e0 c8 02 02 03  80 d2 01 01"));
+    EXPECT_EQ(l->toStrep(),
+              "type=200,flags=0xc0,len=2,data=0203 type=210,flags=0x80,len=1,data=01 ");
+}
+
+TEST(GunkPathAttrList, TsharkDecodesUnknownAttributes) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    std::vector<uint8_t> d300;
+    for (int i = 0; i < 300; ++i)
+        d300.push_back(uint8_t(i * 7));
+    auto l = listOf({gunk(200, 0xc0, {0x0a, 0x0b, 0x0c}), gunk(201, 0x80, {0xff}),
+                     gunk(205, 0xd0, {}), gunk(220, 0xc0, d300)})
+                 ->dedup();
+    AttrSetStringStore store;
+    l->serialize(store);
+    auto attrs = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
+    attrs.insert(attrs.end(), store.str().begin(), store.str().end());
+    auto d = OrvTest::wrapInUpdate(attrs);
+    ASSERT_TRUE(d.ran) << d.error;
+    EXPECT_TRUE(d.warnings.empty()) << d.text;
+    auto types = d.fieldValues("bgp.update.path_attribute.type_code");
+    auto flags = d.fieldValues("bgp.update.path_attribute.flags");
+    ASSERT_EQ(types, (std::vector<std::string>{"1", "2", "3", "200", "201", "205", "220"}));
+    EXPECT_EQ(std::vector<std::string>(flags.begin() + 3, flags.end()),
+              (std::vector<std::string>{"0xe0", "0x80", "0xf0", "0xf0"}));
+    auto data = d.fieldBytes("bgp.update.path_attributes.unknown");
+    ASSERT_EQ(data.size(), 4u);
+    EXPECT_EQ(data[0], bytes({0x0a, 0x0b, 0x0c}));
+    EXPECT_EQ(data[1], bytes({0xff}));
+    EXPECT_EQ(data[2], bytes({}));
+    EXPECT_EQ(data[3], d300);
+}
+
+TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared) {
+    auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
+    auto l = listOf({Mel::PtrConst<GunkPathAttr>(loose)});
+    EXPECT_DEATH(l->hash(), "attr->isDeduped\\(\\)");
+
+    auto shared = listOf({gunk(200, 0xc0, {1})});
+    ASSERT_EQ(shared->dedup().get(), shared.get());
+    EXPECT_DEATH(shared->gunkIs(gunk(201, 0xc0, {1})), "!everDeduped\\(\\)");
+    EXPECT_DEATH(shared->gunkDelAll(), "!everDeduped\\(\\)");
+}
+
+// ---- the interning contract
+
+struct GunkPathAttrTraits {
+    using Object = GunkPathAttr;
+    static int content(int i) { return i; }
+    static Mel::PtrConst<GunkPathAttr> intern(int i) {
+        std::vector<uint8_t> data(size_t(i % 9), uint8_t(i));
+        return gunk(uint8_t(150 + i % 50), i % 2 ? 0xc0 : 0x80, data);
+    }
+    static size_t tableSize() { return GunkPathAttrDedupTable::instance().size(); }
+};
+
+struct GunkPathAttrListTraits {
+    using Object = GunkPathAttrList;
+    static int content(int i) { return i; }
+    static Mel::PtrConst<GunkPathAttrList> intern(int i) {
+        Mel::Ptr<GunkPathAttrList> l(new GunkPathAttrList);
+        for (int k = 0; k <= i % 3; ++k)
+            l->gunkIs(gunk(uint8_t(100 + k), 0xc0, {uint8_t(i)}));
+        return l->dedup();
+    }
+    static size_t tableSize() { return GunkPathAttrListDedupTable::instance().size(); }
+};
+
+INSTANTIATE_TYPED_TEST_SUITE_P(GunkPathAttr, InternContract, ::testing::Types<GunkPathAttrTraits>);
+INSTANTIATE_TYPED_TEST_SUITE_P(GunkPathAttrList, InternContract,
+                               ::testing::Types<GunkPathAttrListTraits>);
+
+} // namespace
+} // namespace Routing::Bgp
