@@ -1,0 +1,316 @@
+// Prefix SID: the attribute and its label-index and SRGB TLVs against the wire vectors, member
+// identity and the never-interned check, text forms and parsing back, reading back from the store.
+#include "OrvBgp/SrTeAttributes.h"
+
+#include "Mel/Reflect.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
+#include "support/InternContract.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+using OrvTest::assertionPattern;
+using OrvTest::hexOf;
+
+const std::vector<SrgbRange> srgb16k = {SrgbRange(16000, 8000)};
+const std::vector<SrgbRange> srgbTwo = {SrgbRange(16000, 8000), SrgbRange(100000, 1000)};
+
+Mel::PtrConst<Srv6ServiceTlv> srv6L3() {
+    return srv6ServiceTlvFactory(
+        Srv6ServiceTlvContent(true, Orvnet::Ip6Addr::fromString("2001:db8::1"), 19, {}));
+}
+
+// ---- Interning contract
+// --------------------------------------------------------------------------
+
+struct LabelIndexTraits {
+    using Object = LabelIndexTlv;
+    static uint32_t content(int i) { return uint32_t(i) * 1000003u; }
+    static Mel::PtrConst<LabelIndexTlv> intern(uint32_t i) { return labelIndexTlvFactory(i); }
+    static size_t tableSize() { return LabelIndexTlvDedupTable::instance().size(); }
+};
+
+struct SrgbTraits {
+    using Object = OriginatorSrgbTlv;
+    // Lists of 1-4 ranges; a list and its own prefix are different TLVs.
+    static std::vector<SrgbRange> content(int i) {
+        std::vector<SrgbRange> r;
+        for (int k = 0; k <= i % 4; ++k)
+            r.emplace_back(16000 + 1000 * (i / 4), 8000 + k);
+        return r;
+    }
+    static Mel::PtrConst<OriginatorSrgbTlv> intern(const std::vector<SrgbRange>& r) {
+        return originatorSrgbTlvFactory(r);
+    }
+    static size_t tableSize() { return OriginatorSrgbTlvDedupTable::instance().size(); }
+};
+
+struct PrefixSidTraits {
+    using Object = PrefixSid;
+    // Members interned fresh for each lookup: the attribute must find its object by their identity.
+    static int content(int i) { return i; }
+    static Mel::PtrConst<PrefixSid> intern(int i) {
+        return prefixSidFactory(i / 2 ? labelIndexTlvFactory(uint32_t(i / 2)) : nullptr,
+                                i % 2 ? originatorSrgbTlvFactory(srgb16k) : nullptr,
+                                i % 3 ? nullptr : srv6L3());
+    }
+    static size_t tableSize() { return PrefixSidDedupTable::instance().size(); }
+};
+
+using SrTypes = ::testing::Types<LabelIndexTraits, SrgbTraits, PrefixSidTraits>;
+INSTANTIATE_TYPED_TEST_SUITE_P(SrTe, InternContract, SrTypes);
+
+// ---- Wire forms
+// ----------------------------------------------------------------------------------
+
+TEST(PrefixSid, WireFormsMatchVectors) {
+    const auto v = OrvTest::attrWireVectors("PrefixSid");
+    auto structured = srv6ServiceTlvFactory(
+        Srv6ServiceTlvContent(true, Orvnet::Ip6Addr::fromString("2001:db8:0:1::"), 63,
+                              Srv6SidStructureTlvContent(32, 16, 16, 0, 16, 64)));
+    auto l2 = srv6ServiceTlvFactory(
+        Srv6ServiceTlvContent(false, Orvnet::Ip6Addr::fromString("2001:db8::1"), 21, {}));
+    struct Case {
+        const char* name;
+        Mel::PtrConst<PrefixSid> sid;
+    } cases[] = {
+        {"label_index", prefixSidFactory(labelIndexTlvFactory(100), nullptr, nullptr)},
+        {"srgb_one", prefixSidFactory(nullptr, originatorSrgbTlvFactory(srgb16k), nullptr)},
+        {"srgb_two", prefixSidFactory(nullptr, originatorSrgbTlvFactory(srgbTwo), nullptr)},
+        {"srgb_empty", prefixSidFactory(nullptr, originatorSrgbTlvFactory({}), nullptr)},
+        {"srv6_l3", prefixSidFactory(nullptr, nullptr, srv6L3())},
+        {"srv6_l3_structure", prefixSidFactory(nullptr, nullptr, structured)},
+        {"srv6_l2", prefixSidFactory(nullptr, nullptr, l2)},
+        {"all_three",
+         prefixSidFactory(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgb16k), srv6L3())},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        EXPECT_EQ(hexOf(c.sid->serialize()), hexOf(v.at(c.name)));
+    }
+    EXPECT_EQ(originatorSrgbTlvFactory({})->serialize().size(), 5u);
+    EXPECT_EQ(labelIndexTlvFactory(0xffffffff)->serialize(),
+              Mel::Bytes::fromHex("01 0007 00 0000 ffffffff"));
+    // The largest 24-bit base and range still fit.
+    EXPECT_EQ(originatorSrgbTlvFactory(std::vector<SrgbRange>{{0xffffff, 0xffffff}})->serialize(),
+              Mel::Bytes::fromHex("03 0008 0000 ffffff ffffff"));
+}
+
+TEST(PrefixSid, MembersAreComparedByIdentity) {
+    auto a = prefixSidFactory(labelIndexTlvFactory(5), originatorSrgbTlvFactory(srgb16k), nullptr);
+    auto b = prefixSidFactory(labelIndexTlvFactory(5), originatorSrgbTlvFactory(srgb16k), nullptr);
+    EXPECT_EQ(a.get(), b.get());
+    EXPECT_EQ(a->labelIndexGet(), labelIndexTlvFactory(5).get());
+    // The same TLVs in another member slot, or one member fewer, are another attribute.
+    auto c = prefixSidFactory(labelIndexTlvFactory(5), nullptr, nullptr);
+    EXPECT_NE(a.get(), c.get());
+    EXPECT_FALSE(a->compare(c.get()));
+    EXPECT_EQ(prefixSidFactory(c->content()).get(), c.get());
+}
+
+// ---- Assertions
+// ----------------------------------------------------------------------------------
+
+TEST(PrefixSidDeathTest, MembersMustBeInternedBeforeHashing) {
+    const std::string pattern = assertionPattern(
+        "OrvBgp/SrTeAttributes",
+        "__null == ( p ) || ( p )->dedupState() != Keel::dedupHandleStateNeverDeduped()");
+    EXPECT_DEATH(prefixSidFactory(LabelIndexTlv::create(LabelIndexTlvContent(1)), nullptr, nullptr),
+                 pattern);
+    EXPECT_DEATH(prefixSidFactory(nullptr, OriginatorSrgbTlv::create(srgb16k), nullptr), pattern);
+    EXPECT_DEATH(
+        PrefixSidContent(nullptr, nullptr, Srv6ServiceTlv::create(srv6L3()->content())).hash(),
+        pattern);
+}
+
+TEST(PrefixSidDeathTest, SrgbValuesMustFit24Bits) {
+    auto base = originatorSrgbTlvFactory(std::vector<SrgbRange>{{16000, 10}, {0x1000000, 10}});
+    EXPECT_DEATH(base->serialize(),
+                 assertionPattern("OrvBgp/SrTeAttributes", "( i->base() & 0xFF000000 ) == 0"));
+    auto range = originatorSrgbTlvFactory(std::vector<SrgbRange>{{16000, 0x1000000}});
+    EXPECT_DEATH(range->serialize(),
+                 assertionPattern("OrvBgp/SrTeAttributes", "( i->range() & 0xFF000000 ) == 0"));
+}
+
+// ---- Contents and text forms
+// ---------------------------------------------------------------------
+
+TEST(PrefixSidContent, TruthAndRecycling) {
+    PrefixSidContent c;
+    EXPECT_FALSE(c);
+    c.srv6ServiceIs(srv6L3());
+    EXPECT_TRUE(c);
+    auto label = labelIndexTlvFactory(424242);
+    const uint32_t refs = label->refCount();
+    c.valueSet(label, originatorSrgbTlvFactory(srgb16k), nullptr);
+    EXPECT_EQ(label->refCount(), refs + 1);
+    c.prepareForRecycle();
+    EXPECT_FALSE(c);
+    EXPECT_EQ(label->refCount(), refs);
+}
+
+TEST(PrefixSidContent, TextFormIsExactAndParsesBackToTheSameTlvs) {
+    PrefixSidContent c(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgbTwo), nullptr);
+    const std::string text = c.toStrep();
+    EXPECT_EQ(text, "Value('Routing::Bgp::PrefixSidContent', ** {'labelIndex': 100, "
+                    "'originatorSrgb': Value('Routing::Bgp::OriginatorSrgbTlvContent', ** {'srgb': "
+                    "[Value('Routing::Bgp::SrgbRange', ** {'base': 16000, 'range': 8000}), "
+                    "Value('Routing::Bgp::SrgbRange', ** {'base': 100000, 'range': 1000})]}), "
+                    "'srv6Service': None})");
+    PrefixSidContent back = PrefixSidContent::fromStrep(text);
+    EXPECT_TRUE(back == c);
+    EXPECT_EQ(back.labelIndex().get(), c.labelIndex().get());
+
+    PrefixSidContent srv6(nullptr, nullptr, srv6L3());
+    PrefixSidContent srv6Back = PrefixSidContent::fromStrep(srv6.toStrep());
+    EXPECT_EQ(srv6Back.srv6Service().get(), srv6L3().get());
+    EXPECT_EQ(srv6Back.dedup(PrefixSidDedupTable::instance()).get(), prefixSidFactory(srv6).get());
+    EXPECT_FALSE(PrefixSidContent::fromStrep(
+        "Value('Routing::Bgp::PrefixSidContent', ** {'labelIndex': None})"));
+    EXPECT_THROW(PrefixSidContent::fromStrep(
+                     "Value('Routing::Bgp::PrefixSidContent', ** {'labelIndex': -1})"),
+                 Mel::ParseException);
+}
+
+TEST(PrefixSid, DisplayForms) {
+    auto all =
+        prefixSidFactory(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgbTwo), srv6L3());
+    std::ostringstream os;
+    all->formatForTraceDisplay(os);
+    EXPECT_EQ(os.str(), "prefixSID=< labelIndex=100 SRGB=< [16000:8000][100000:1000] > "
+                        "srv6Service=L3 2001:db8::1, End.DT4 >");
+    EXPECT_EQ(prefixSidFactory(labelIndexTlvFactory(7), nullptr, nullptr)->toStrep(),
+              "prefixSID=< labelIndex=7  >");
+    EXPECT_EQ(originatorSrgbTlvFactory(srgbTwo)->toStrep(), "[16000:8000][100000:1000]");
+    EXPECT_EQ(originatorSrgbTlvFactory({})->toStrep(), "");
+    EXPECT_EQ(labelIndexTlvFactory(7)->toStrep(), "7");
+    EXPECT_EQ(Mel::valueToStrep(LabelIndexTlvContent(7)), "7");
+}
+
+// ---- Building, interning and reading back
+// --------------------------------------------------------
+
+TEST(PrefixSid, DedupOfBuiltObjects) {
+    Mel::Ptr<OriginatorSrgbTlv> built =
+        OriginatorSrgbTlv::create(std::vector<SrgbRange>{{20000, 1}, {30000, 2}, {40000, 3}});
+    auto srgb = built->dedup(OriginatorSrgbTlvDedupTable::instance());
+    EXPECT_EQ(srgb.get(), built.get());
+    EXPECT_EQ(srgb->srgbs(), 3u);
+    EXPECT_EQ(srgb->srgb(2), SrgbRange(40000, 3));
+
+    OriginatorSrgbTlvContent content;
+    content.srgbEnq({20000, 1});
+    content.srgbEnq({30000, 2});
+    content.srgbEnq({40000, 3});
+    EXPECT_EQ(content.srgbs(), 3u);
+    EXPECT_EQ(
+        OriginatorSrgbTlv::dedupContent(OriginatorSrgbTlvDedupTable::instance(), content).get(),
+        srgb.get());
+
+    Mel::Ptr<PrefixSid> sid = PrefixSid::create(PrefixSidContent(nullptr, srgb, nullptr));
+    auto interned = sid->dedup(PrefixSidDedupTable::instance());
+    EXPECT_EQ(interned.get(), sid.get());
+    EXPECT_EQ(prefixSidFactory(nullptr, srgb, nullptr).get(), sid.get());
+}
+
+TEST(PrefixSid, DestashReadsMembersBackThroughTheirReaders) {
+    auto* store = &MelStash::StoreManager::instance();
+    auto sid =
+        prefixSidFactory(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgb16k), srv6L3());
+    Mel::Ptr<PrefixSidDestashed> d = PrefixSid::destash(sid.get(), store);
+    ASSERT_TRUE(d);
+    EXPECT_EQ(d->labelIndexGet(), sid->labelIndexGet());
+    EXPECT_EQ(d->originatorSrgbGet(), sid->originatorSrgbGet());
+    EXPECT_EQ(d->srv6ServiceGet(), sid->srv6ServiceGet());
+    EXPECT_EQ(d->serialize(), sid->serialize());
+    EXPECT_EQ(d->toStrep(), sid->toStrep());
+    EXPECT_EQ(prefixSidFactory(d->content()).get(), sid.get());
+
+    d->valueSet(labelIndexTlvFactory(100), nullptr, nullptr);
+    EXPECT_EQ(d->serialize(),
+              prefixSidFactory(labelIndexTlvFactory(100), nullptr, nullptr)->serialize());
+
+    EXPECT_EQ(LabelIndexTlv::destash(sid->labelIndexGet(), store).get(), sid->labelIndexGet());
+    EXPECT_EQ(OriginatorSrgbTlv::destash(sid->originatorSrgbGet(), store).get(),
+              sid->originatorSrgbGet());
+    auto* reader =
+        MelStash::StashReaderRegistry::readerFor<PrefixSidStashReader>(typeid(PrefixSid));
+    ASSERT_NE(reader, nullptr);
+    EXPECT_EQ(reader->stashSerialize(sid.get()), sid->serialize());
+    EXPECT_EQ(reader->stashStrep(sid.get()), sid->toStrep());
+}
+
+// ---- Independent decoding
+// ------------------------------------------------------------------------
+
+TEST(PrefixSidTshark, EachTlvDecodesToWhatWasEncoded) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    {
+        ORV_EXPECT_CLEAN_DECODE(
+            d, prefixSidFactory(labelIndexTlvFactory(100), nullptr, nullptr)->serialize());
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.type"), "1");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.length"), "7");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.label_index.value"), "100");
+    }
+    {
+        ORV_EXPECT_CLEAN_DECODE(
+            d, prefixSidFactory(nullptr, originatorSrgbTlvFactory(srgbTwo), nullptr)->serialize());
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.type"), "3");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.length"), "14");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.originator_srgb_base"), "16000,100000");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.originator_srgb_range"), "8000,1000");
+    }
+    {
+        ORV_EXPECT_CLEAN_DECODE(
+            d, prefixSidFactory(nullptr, originatorSrgbTlvFactory({}), nullptr)->serialize());
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.length"), "2");
+        EXPECT_FALSE(d.hasField("bgp.prefix_sid.originator_srgb_base"));
+    }
+    {
+        auto tlv = srv6ServiceTlvFactory(
+            Srv6ServiceTlvContent(true, Orvnet::Ip6Addr::fromString("2001:db8:0:1::"), 63,
+                                  Srv6SidStructureTlvContent(32, 16, 16, 0, 16, 64)));
+        ORV_EXPECT_CLEAN_DECODE(d, prefixSidFactory(nullptr, nullptr, tlv)->serialize());
+        const std::string p = "bgp.prefix_sid.srv6_l3vpn.";
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.length"), "34");
+        EXPECT_EQ(d.decodedField(p + "sub_tlv.length"), "30");
+        EXPECT_EQ(d.decodedField(p + "sid_value"), "2001:db8:0:1::");
+        EXPECT_EQ(d.decodedField(p + "srv6_endpoint_behavior"), "0x003f");
+        EXPECT_EQ(d.decodedField(p + "sid.locator_block_len"), "32");
+        EXPECT_EQ(d.decodedField(p + "sid.locator_node_len"), "16");
+        EXPECT_EQ(d.decodedField(p + "sid.func_len"), "16");
+        EXPECT_EQ(d.decodedField(p + "sid.arg_len"), "0");
+        EXPECT_EQ(d.decodedField(p + "sid.trans_len"), "16");
+        EXPECT_EQ(d.decodedField(p + "sid.trans_offset"), "64");
+    }
+    {
+        auto tlv = srv6ServiceTlvFactory(
+            Srv6ServiceTlvContent(false, Orvnet::Ip6Addr::fromString("2001:db8::1"), 21, {}));
+        ORV_EXPECT_CLEAN_DECODE(d, prefixSidFactory(nullptr, nullptr, tlv)->serialize());
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.type"), "6");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.srv6_l2vpn.sid_value"), "2001:db8::1");
+        EXPECT_EQ(d.decodedField("bgp.prefix_sid.srv6_l2vpn.srv6_endpoint_behavior"), "0x0015");
+        EXPECT_FALSE(d.hasField("bgp.prefix_sid.srv6_l2vpn.sub_sub_tlv.type"));
+    }
+}
+
+// tshark 4.0 steps two bytes too far after an Originator SRGB TLV that has another TLV behind it,
+// so the combined form is checked here without SRGB (and byte for byte, with it, above).
+TEST(PrefixSidTshark, SeveralTlvsDecodeInOrder) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    ORV_EXPECT_CLEAN_DECODE(
+        d, prefixSidFactory(labelIndexTlvFactory(100), nullptr, srv6L3())->serialize());
+    EXPECT_EQ(d.decodedField("bgp.prefix_sid.type"), "1,5");
+    EXPECT_EQ(d.decodedField("bgp.prefix_sid.length"), "7,25");
+    EXPECT_EQ(d.decodedField("bgp.prefix_sid.label_index.value"), "100");
+    EXPECT_EQ(d.decodedField("bgp.prefix_sid.srv6_l3vpn.sid_value"), "2001:db8::1");
+    EXPECT_EQ(d.decodedField("bgp.prefix_sid.srv6_l3vpn.srv6_endpoint_behavior"), "0x0013");
+}
+
+} // namespace
+} // namespace Routing::Bgp
