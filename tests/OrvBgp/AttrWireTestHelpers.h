@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Mel/Bytes.h"
+#include "Tracelet/Tracelet.h"
 #include "support/TsharkHelpers.h"
 
 #include <gtest/gtest.h>
@@ -54,6 +55,33 @@ inline TsharkDecode decodeAttr(const Mel::Bytes& attr) {
     std::vector<uint8_t> attrs = bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
     attrs.insert(attrs.end(), attr.begin(), attr.end());
     return wrapInUpdate(attrs);
+}
+
+// Collects the library's trace lines at `level` while it lives, then restores the level and sink.
+class TraceCapture {
+public:
+    explicit TraceCapture(int level)
+        : previous_(Tracelet::orvBgp().level()),
+          sink_([this](std::string_view t) { lines.emplace_back(t); }) {
+        Tracelet::orvBgp().levelIs(level);
+    }
+    ~TraceCapture() { Tracelet::orvBgp().levelIs(previous_); }
+    TraceCapture(const TraceCapture&) = delete;
+    TraceCapture& operator=(const TraceCapture&) = delete;
+
+    std::vector<std::string> lines;
+
+private:
+    int previous_;
+    Tracelet::ScopedSink sink_;
+};
+
+// Store bytes one more object of class X takes, by the store's own counter for X.
+template <class X, class Make>
+int64_t storeBytesOfOne(Make&& make) {
+    const int64_t before = X::melStashTypeStats().bytes.load();
+    auto obj = make();
+    return X::melStashTypeStats().bytes.load() - before;
 }
 
 // The death-test pattern for an assertion of `unit` with exactly `text` (regex characters escaped).

@@ -130,6 +130,33 @@ TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
                                   "BgpPathAttrType::as4Aggregator_ != type || fourByteAs"));
 }
 
+TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
+    auto m = accumulatedIgpMetricFactory(5);
+    auto a = aggregatorFactory(65001, id10001);
+    const Mel::Bytes quietAigp = m->serialize();
+    const Mel::Bytes quietAggregator = a->serialize(7, true, 0, 0);
+    {
+        OrvTest::TraceCapture at4(4);
+        m->serialize();
+        EXPECT_TRUE(at4.lines.empty());
+    }
+    OrvTest::TraceCapture at5(5);
+    EXPECT_EQ(m->serialize(), quietAigp);
+    EXPECT_EQ(a->serialize(7, true, 0, 0), quietAggregator);
+    EXPECT_EQ(at5.lines, (std::vector<std::string>{"Serializing: AccumulatedIgpMetric::serialize()",
+                                                   "Serializing: Aggregator::serialize()"}));
+}
+
+// Header (16) and fields, nothing behind a second pointer.
+TEST(MiscMemory, EachObjectTakes24StoreBytes) {
+    EXPECT_EQ(OrvTest::storeBytesOfOne<AccumulatedIgpMetric>(
+                  [] { return accumulatedIgpMetricFactory(0x5eed5eed5eedULL); }),
+              24);
+    EXPECT_EQ(OrvTest::storeBytesOfOne<Aggregator>(
+                  [] { return aggregatorFactory(64512, Orvnet::IpAddr::fromString("10.9.8.7")); }),
+              24);
+}
+
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 

@@ -192,6 +192,39 @@ TEST(PmsiTunnelIdentifier, PopulateResizesToExactlyTheLength) {
     EXPECT_EQ(pmsiTunnelIdentifierFactory(c)->serializedSize(), 0u);
 }
 
+TEST(PmsiTunnel, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
+    auto t = pmsiTunnelIngressReplicationFactory(Flags(), 3, addr("10.0.0.1"));
+    const Mel::Bytes quiet = t->serialize();
+    OrvTest::TraceCapture at5(5);
+    EXPECT_EQ(t->serialize(), quiet);
+    EXPECT_EQ(at5.lines, std::vector<std::string>{"Serializing: PmsiTunnel::serialize()"});
+}
+
+// Store bytes per object: header 16, common fields 8, then each class's own fields inline.
+TEST(PmsiTunnel, StoreBytesPerObject) {
+    using OrvTest::storeBytesOfOne;
+    EXPECT_EQ(storeBytesOfOne<PmsiTunnelIngressReplication>([] {
+                  return pmsiTunnelIngressReplicationFactory(Flags(), 901, addr("10.9.0.1"));
+              }),
+              48);
+    EXPECT_EQ(storeBytesOfOne<PmsiTunnelPim>([] {
+                  return pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSmTree, 902,
+                                              addr("10.9.0.1"), addr("239.9.9.9"));
+              }),
+              64);
+    EXPECT_EQ(storeBytesOfOne<PmsiTunnelMldpP2mpGenericLspId>([] {
+                  return pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 903, addr("10.9.0.1"), 1);
+              }),
+              56);
+    auto id = identifier("0a090001 0000 0009 0a090002");
+    EXPECT_EQ(storeBytesOfOne<PmsiTunnelGeneral>([&] {
+                  return pmsiTunnelGeneralFactory(Flags(), PmsiTunnel::tunnelTypeRsvpTeP2mpLsp, 904,
+                                                  id);
+              }),
+              32);
+    EXPECT_EQ(storeBytesOfOne<PmsiTunnelIdentifier>([] { return identifier("0a0909"); }), 32);
+}
+
 // ---- Vocabulary
 // ----------------------------------------------------------------------------------
 

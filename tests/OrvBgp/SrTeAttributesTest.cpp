@@ -113,6 +113,36 @@ TEST(PrefixSid, MembersAreComparedByIdentity) {
     EXPECT_EQ(prefixSidFactory(c->content()).get(), c.get());
 }
 
+TEST(PrefixSid, SerializeTracesEachPartAtLevelFive) {
+    auto all =
+        prefixSidFactory(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgb16k), srv6L3());
+    const Mel::Bytes quiet = all->serialize();
+    OrvTest::TraceCapture at5(5);
+    EXPECT_EQ(all->serialize(), quiet);
+    EXPECT_EQ(at5.lines, (std::vector<std::string>{"Serializing: PrefixSid::serialize()",
+                                                   "Serializing: LabelIndexTlv::serialize()",
+                                                   "Serializing: OriginatorSrgbTlv::serialize()",
+                                                   "Serializing: Srv6ServiceTlv::serialize()"}));
+}
+
+// Store bytes per object: header with cached hash 20, then the fields; SRGB ranges inline.
+TEST(PrefixSid, StoreBytesPerObject) {
+    using OrvTest::storeBytesOfOne;
+    EXPECT_EQ(storeBytesOfOne<LabelIndexTlv>([] { return labelIndexTlvFactory(909090); }), 24);
+    EXPECT_EQ(storeBytesOfOne<OriginatorSrgbTlv>([] {
+                  return originatorSrgbTlvFactory(std::vector<SrgbRange>{{90000, 1}, {91000, 2}});
+              }),
+              24 + 2 * 8);
+    auto label = labelIndexTlvFactory(909091);
+    EXPECT_EQ(storeBytesOfOne<PrefixSid>([&] { return prefixSidFactory(label, nullptr, nullptr); }),
+              32);
+    EXPECT_EQ(storeBytesOfOne<Srv6ServiceTlv>([] {
+                  return srv6ServiceTlvFactory(Srv6ServiceTlvContent(
+                      true, Orvnet::Ip6Addr::fromString("2001:db8::9090"), 19, {}));
+              }),
+              48);
+}
+
 // ---- Assertions
 // ----------------------------------------------------------------------------------
 
