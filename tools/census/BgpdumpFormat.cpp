@@ -1,5 +1,6 @@
 #include "census/BgpdumpFormat.h"
 
+#include <algorithm>
 #include <charconv>
 
 namespace Census {
@@ -40,9 +41,21 @@ void appendTail(std::string& out, const DecodedAttributes& a) {
         for (size_t i = 0; i < a.communities.size(); ++i) {
             if (i) out.push_back(' ');
             uint32_t c = a.communities[i];
-            appendUnsigned(out, c >> 16);
-            out.push_back(':');
-            appendUnsigned(out, c & 0xffff);
+            switch (c) {
+            case 0xffffff01:
+                out.append("no-export");
+                break;
+            case 0xffffff02:
+                out.append("no-advertise");
+                break;
+            case 0xffffff03:
+                out.append("local-AS");
+                break;
+            default:
+                appendUnsigned(out, c >> 16);
+                out.push_back(':');
+                appendUnsigned(out, c & 0xffff);
+            }
         }
     }
     out.append(a.has(AttrType::kAtomicAggregate) ? "|AG|" : "|NAG|");
@@ -55,8 +68,30 @@ void appendTail(std::string& out, const DecodedAttributes& a) {
     out.append("|\n");
 }
 
-void appendAsPathField(std::string& out, const DecodedAttributes& a) {
-    if (a.has(AttrType::kAsPath)) appendBgpdumpAsPath(out, a.effectiveAsPath());
+// The tool's own AS4_PATH folding: it takes the leading part from the first AS_PATH segment over
+// and over instead of walking the segments, so a path whose first segment is shorter than that part
+// shows the first segment repeated. The same as effectiveAsPath() whenever the first segment
+// covers the part.
+void appendAsPathField(std::string& out, const DecodedAttributes& a, AsPath& scratch) {
+    if (!a.has(AttrType::kAsPath)) return;
+    if (!a.merged) return appendBgpdumpAsPath(out, a.asPath);
+    const uint32_t keep = a.asPath.hopCount() - a.as4Path.hopCount();
+    scratch.clear();
+    const AsPath::Segment& first = a.asPath.segments.front();
+    const bool set = first.type == AsSegmentType::kSet || first.type == AsSegmentType::kConfedSet;
+    for (uint32_t taken = 0; taken < keep;) {
+        uint32_t n = set ? first.count : std::min(first.count, keep - taken);
+        auto src = a.asPath.asnsOf(first);
+        scratch.segments.push_back({first.type, uint32_t(scratch.asns.size()), n});
+        scratch.asns.insert(scratch.asns.end(), src.begin(), src.begin() + n);
+        taken += set ? 1 : n;
+    }
+    for (const AsPath::Segment& s : a.as4Path.segments) {
+        auto src = a.as4Path.asnsOf(s);
+        scratch.segments.push_back({s.type, uint32_t(scratch.asns.size()), s.count});
+        scratch.asns.insert(scratch.asns.end(), src.begin(), src.end());
+    }
+    appendBgpdumpAsPath(out, scratch);
 }
 
 uint32_t localPrefOf(const DecodedAttributes& a) {
@@ -168,7 +203,7 @@ void BgpdumpFormatter::onPath(const DecodedPath& p) {
             appendUnsigned(out_, p.prefix.pathId);
             out_.push_back('|');
         }
-        appendAsPathField(out_, a);
+        appendAsPathField(out_, a, scratch_);
         out_.push_back('|');
         out_.append(originText(a));
         out_.push_back('|');
@@ -208,7 +243,7 @@ void BgpdumpFormatter::onPath(const DecodedPath& p) {
         appendUnsigned(out_, p.prefix.pathId);
         out_.push_back('|');
     }
-    appendAsPathField(out_, a);
+    appendAsPathField(out_, a, scratch_);
     out_.push_back('|');
     out_.append(originText(a));
     out_.push_back('|');

@@ -4,7 +4,9 @@
 //   Census::BgpdumpFormatter fmt(stdout);  Census::MrtDecoder dec(fmt);  ... dec.decode(rec); ...
 //   fmt.flush();                            // or BgpdumpFormatter fmt(nullptr) and fmt.text()
 // It prints what arrived, as that tool does: paths that RFC 7606 would treat as withdrawn are
-// printed all the same, and multicast RIB subtypes, which that tool does not read, are not.
+// printed all the same, and multicast RIB subtypes, which that tool does not read, are not. Where
+// that tool folds AS4_PATH in its own way (see BgpdumpFormat.cpp) the text follows it, not
+// DecodedAttributes::effectiveAsPath().
 #pragma once
 
 #include "census/MrtDecoder.h"
@@ -35,6 +37,7 @@ private:
 
     std::FILE* sink_;
     std::string out_;
+    AsPath scratch_;
     uint64_t lines_ = 0;
 };
 

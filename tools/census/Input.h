@@ -39,8 +39,9 @@ public:
 
     // Fills dst with up to n decompressed bytes; returns how many, 0 only at the end of the data.
     // Throws ReadError on an I/O error, corrupt compressed data or compressed data cut short;
-    // bytes returned before stay valid. Concatenated gzip members and bzip2 streams are read
-    // through as one.
+    // bytes returned before stay valid, except that corruption the format catches only at its
+    // next check (gzip: a member's CRC at its end) may already have passed through. Concatenated
+    // gzip members and bzip2 streams are read through as one.
     virtual size_t read(uint8_t* dst, size_t n) = 0;
 
     const std::string& name() const noexcept { return name_; }

@@ -250,6 +250,7 @@ void MrtDecoder::decodeRib(const MrtRecord& rec, uint16_t afi, uint8_t safi, boo
     if (!bits.empty()) std::memcpy(prefix.address.bytes.data(), bits.data(), bits.size());
     uint16_t entries = c.u16();
     bool bad = !c.ok();
+    bool unknownPeer = false;
     const AttributeContext ctx{.asnSize = 4, .addPath = false, .ribEntry = true, .ribAfi = afi};
     for (unsigned i = 0; i < entries && !bad; ++i) {
         uint16_t peerIndex = c.u16();
@@ -262,7 +263,7 @@ void MrtDecoder::decodeRib(const MrtRecord& rec, uint16_t afi, uint8_t safi, boo
             break;
         }
         if (peerIndex >= peers_.size()) {
-            bad = true; // the rest of the entries still frame correctly
+            unknownPeer = true; // the rest of the entries still frame correctly
             continue;
         }
         DecodedPath path;
@@ -279,7 +280,7 @@ void MrtDecoder::decodeRib(const MrtRecord& rec, uint16_t afi, uint8_t safi, boo
         path.prefix.pathId = pathId;
         ribPath(rec, path, attrs, ctx);
     }
-    if (bad || c.left() != 0) malformedRecord();
+    if (bad || unknownPeer || c.left() != 0) malformedRecord();
 }
 
 void MrtDecoder::decodeBgp4mp(const MrtRecord& rec) {

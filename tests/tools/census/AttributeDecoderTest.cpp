@@ -1,0 +1,275 @@
+#include "census/AttributeDecoder.h"
+
+#include "CensusTestUtil.h"
+
+#include <gtest/gtest.h>
+
+using namespace census_test;
+using namespace Census;
+
+namespace {
+
+constexpr ErrorAction kNone = ErrorAction::None;
+constexpr ErrorAction kDiscard = ErrorAction::AttributeDiscard;
+constexpr ErrorAction kTaw = ErrorAction::TreatAsWithdraw;
+constexpr ErrorAction kReset = ErrorAction::SessionReset;
+
+Bytes v6(uint8_t last) {
+    Bytes b = {0x20, 0x01, 0x0d, 0xb8};
+    b.resize(16);
+    b[15] = last;
+    return b;
+}
+
+} // namespace
+
+// One malformed attribute behind well-formed ones: the one issue found, its RFC 7606 action, and
+// that the attribute does not count as present.
+TEST(AttributeDecoder, ClassifiesMalformedAttributes) {
+    const Bytes mpIpv6Head = cat({u16(2), u8(1)});
+    struct Case {
+        const char* name;
+        Bytes attr;
+        uint8_t asnSize;
+        uint8_t type;
+        Malformation what;
+        ErrorAction action;
+    } cases[] = {
+        {"origin length", attr(0x40, 1, {0, 0}), 4, 1, Malformation::Length, kTaw},
+        {"origin value", attr(0x40, 1, {3}), 4, 1, Malformation::Value, kTaw},
+        {"origin optional", attr(0xc0, 1, {0}), 4, 1, Malformation::Flags, kTaw},
+        {"as_path segment type", attr(0x40, 2, segment(5, {1}, 4)), 4, 2, Malformation::Value,
+         kTaw},
+        {"as_path empty segment", attr(0x40, 2, {2, 0}), 4, 2, Malformation::Value, kTaw},
+        {"as_path overrun", attr(0x40, 2, {2, 2, 0, 0, 0, 1, 0, 0}), 4, 2, Malformation::Value,
+         kTaw},
+        {"as_path 4-byte data on a 2-byte session", attr(0x40, 2, segment(2, {70000}, 4)), 2, 2,
+         Malformation::Value, kTaw},
+        {"next_hop length", attr(0x40, 3, {1, 2, 3, 4, 5}), 4, 3, Malformation::Length, kTaw},
+        {"med length", attr(0x80, 4, {0, 0, 1}), 4, 4, Malformation::Length, kTaw},
+        {"med well-known", attr(0x40, 4, u32(1)), 4, 4, Malformation::Flags, kTaw},
+        {"local_pref length", attr(0x40, 5, {}), 4, 5, Malformation::Length, kTaw},
+        {"atomic_aggregate length", attr(0x40, 6, {0}), 4, 6, Malformation::Length, kDiscard},
+        {"aggregator 2-byte form on a 4-byte session", attr(0xc0, 7, cat({u16(1), u32(1)})), 4, 7,
+         Malformation::Length, kDiscard},
+        {"aggregator 4-byte form on a 2-byte session", attr(0xc0, 7, cat({u32(1), u32(1)})), 2, 7,
+         Malformation::Length, kDiscard},
+        {"communities empty", attr(0xc0, 8, {}), 4, 8, Malformation::Length, kTaw},
+        {"communities length", attr(0xc0, 8, {0, 0, 0, 1, 0}), 4, 8, Malformation::Length, kTaw},
+        {"originator_id length", attr(0x80, 9, {1, 2, 3}), 4, 9, Malformation::Length, kTaw},
+        {"cluster_list length", attr(0x80, 10, {1, 2, 3, 4, 5, 6}), 4, 10, Malformation::Length,
+         kTaw},
+        {"mp_reach too short", attr(0x80, 14, {0, 2, 1}), 4, 14, Malformation::Length, kReset},
+        {"mp_reach next hop past the end", attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1)})), 4, 14,
+         Malformation::Length, kReset},
+        {"mp_reach next hop length", attr(0x80, 14, cat({mpIpv6Head, u8(5), Bytes(5, 1), u8(0)})),
+         4, 14, Malformation::Length, kReset},
+        {"mp_reach prefix too long",
+         attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1), u8(0), u8(129), Bytes(17, 0)})), 4, 14,
+         Malformation::Nlri, kReset},
+        {"mp_unreach too short", attr(0x80, 15, {0, 2}), 4, 15, Malformation::Length, kReset},
+        {"mp_unreach prefix cut", attr(0x80, 15, cat({mpIpv6Head, u8(48), Bytes(3, 1)})), 4, 15,
+         Malformation::Nlri, kReset},
+        {"ext_communities length", attr(0xc0, 16, Bytes(12, 0)), 4, 16, Malformation::Length, kTaw},
+        {"as4_path malformed", attr(0xc0, 17, {2, 1, 0, 0}), 2, 17, Malformation::Value, kDiscard},
+        {"as4_aggregator length", attr(0xc0, 18, Bytes(6, 0)), 2, 18, Malformation::Length,
+         kDiscard},
+        {"ipv6_ext_communities length", attr(0xc0, 25, Bytes(21, 0)), 4, 25, Malformation::Length,
+         kTaw},
+        {"aigp tlv length", attr(0x80, 26, cat({u8(1), u16(10), Bytes(7, 0)})), 4, 26,
+         Malformation::Length, kDiscard},
+        {"aigp without its tlv", attr(0x80, 26, cat({u8(2), u16(4), u8(0)})), 4, 26,
+         Malformation::Value, kDiscard},
+        {"large_community length", attr(0xc0, 32, Bytes(13, 0)), 4, 32, Malformation::Length, kTaw},
+        {"unknown well-known", attr(0x40, 99, {1}), 4, 99, Malformation::UnrecognizedWellKnown,
+         kReset},
+        {"header cut", {0x40, 5}, 4, 0, Malformation::AttributeListOverrun, kTaw},
+        {"extended header cut", {0x50, 5, 0}, 4, 5, Malformation::AttributeListOverrun, kTaw},
+        {"value past the section",
+         {0x40, 5, 4, 0, 0, 0},
+         4,
+         5,
+         Malformation::AttributeListOverrun,
+         kTaw},
+    };
+    AttributeDecoder dec;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        const Bytes good = cat({attr(0xc0, 201, {1}), attr(0x80, 202, {2})});
+        const Bytes section = cat({good, c.attr});
+        const DecodedAttributes& a = dec.decode(section, {.asnSize = c.asnSize});
+        ASSERT_EQ(a.issues.size(), 1u);
+        EXPECT_EQ(a.issues[0].type, c.type);
+        EXPECT_EQ(a.issues[0].what, c.what) << malformationName(a.issues[0].what);
+        EXPECT_EQ(a.issues[0].action, c.action);
+        EXPECT_EQ(a.action, c.action);
+        if (c.type) {
+            EXPECT_FALSE(a.has(c.type));
+        }
+        EXPECT_TRUE(a.has(201));
+        EXPECT_TRUE(a.has(202));
+    }
+}
+
+TEST(AttributeDecoder, DuplicatesKeepTheFirstExceptMpAttributes) {
+    AttributeDecoder dec;
+    const Bytes section = cat({attr(0xc0, 8, u32(1)), attr(0xc0, 8, u32(2)), attr(0x40, 1, {0})});
+    const DecodedAttributes& a = dec.decode(section, {});
+    ASSERT_EQ(a.issues.size(), 1u);
+    EXPECT_EQ(a.issues[0].what, Malformation::Duplicate);
+    EXPECT_EQ(a.action, kDiscard);
+    ASSERT_TRUE(a.has(8));
+    EXPECT_EQ(a.communities[0], 1u);
+    EXPECT_EQ(a.list.size(), 3u);
+    EXPECT_EQ(a.list[1].action, kDiscard);
+
+    const Bytes mpu = attr(0x80, 15, cat({u16(1), u8(1)}));
+    const Bytes twice = cat({mpu, mpu});
+    EXPECT_EQ(dec.decode(twice, {}).action, kReset);
+}
+
+TEST(AttributeDecoder, DecodesEveryKnownAttributeAndKeepsTheRestRaw) {
+    const Bytes mpReach = cat({u16(2), u8(1), u8(32), v6(1), Bytes{0xfe, 0x80}, Bytes(13, 0), u8(1),
+                               u8(0), u8(48), Bytes{0x20, 0x01, 0x0d, 0xb8, 0, 1}, u8(0)});
+    const Bytes section = cat({
+        attr(0x40, 1, {2}),
+        attr(0x40, 2,
+             cat({segment(2, {64496, 4200000000u}, 4), segment(1, {1, 2}, 4), segment(3, {3}, 4),
+                  segment(4, {4, 5}, 4)})),
+        attr(0x40, 3, ip4(192, 0, 2, 1)),
+        attr(0x80, 4, u32(50)),
+        attr(0x40, 5, u32(200), true),
+        attr(0x40, 6, {}),
+        attr(0xc0, 7, cat({u32(4200000001u), ip4(198, 51, 100, 1)})),
+        attr(0xe0, 8, cat({u32(0x00010002), u32(0xffffff01)})),
+        attr(0x80, 9, ip4(10, 9, 9, 9)),
+        attr(0x80, 10, cat({ip4(1, 1, 1, 1), ip4(2, 2, 2, 2)})),
+        attr(0x80, 14, mpReach),
+        attr(0x80, 15, cat({u16(1), u8(1), prefix4(10, 0, 0, 0, 8)})),
+        attr(0xe0, 16, cat({u32(0x00020001), u32(0x00000064)})),
+        attr(0xc0, 25, Bytes(20, 7)),
+        attr(0x80, 26, cat({u8(1), u16(11), u32(0), u32(1000)})),
+        attr(0xc0, 32, cat({u32(4200000000u), u32(1), u32(2)})),
+        attr(0xc0, 200, {9, 8, 7}),
+    });
+    AttributeDecoder dec;
+    const DecodedAttributes& a = dec.decode(section, {.asnSize = 4});
+    EXPECT_EQ(a.action, kNone);
+    EXPECT_TRUE(a.issues.empty());
+    ASSERT_EQ(a.list.size(), 17u);
+    EXPECT_EQ(a.origin, 2);
+    EXPECT_EQ(a.effectiveAsPath().toString(), "64496 4200000000 {1,2} (3) [4,5]");
+    EXPECT_EQ(a.asPath.hopCount(), 5u);
+    EXPECT_EQ(a.nextHop, 0xc0000201u);
+    EXPECT_EQ(a.med, 50u);
+    EXPECT_EQ(a.localPref, 200u);
+    EXPECT_TRUE(a.has(6));
+    EXPECT_EQ(a.effectiveAggregator().as, 4200000001u);
+    EXPECT_EQ(a.effectiveAggregator().address, 0xc6336401u);
+    ASSERT_EQ(a.communities.size(), 2u);
+    EXPECT_EQ(a.communities[1], 0xffffff01u);
+    EXPECT_EQ(a.originatorId, 0x0a090909u);
+    ASSERT_EQ(a.clusterList.size(), 2u);
+    EXPECT_EQ(a.clusterList[1], 0x02020202u);
+    EXPECT_EQ(a.mpReach.nextHop.toString(), "2001:db8::1");
+    EXPECT_EQ(a.mpReach.linkLocalNextHop.toString(), "fe80::1");
+    ASSERT_EQ(a.mpReachPrefixes.size(), 2u);
+    EXPECT_EQ(a.mpReachPrefixes[0].toString(), "2001:db8:1::/48");
+    EXPECT_EQ(a.mpReachPrefixes[1].toString(), "::/0");
+    ASSERT_EQ(a.mpUnreachPrefixes.size(), 1u);
+    EXPECT_EQ(a.mpUnreachPrefixes[0].toString(), "10.0.0.0/8");
+    ASSERT_EQ(a.extCommunities.size(), 1u);
+    EXPECT_EQ(a.extCommunities[0], 0x0002000100000064ull);
+    ASSERT_EQ(a.ipv6ExtCommunities.size(), 1u);
+    EXPECT_EQ(a.ipv6ExtCommunities[0][19], 7);
+    EXPECT_EQ(a.aigp, 1000u);
+    ASSERT_EQ(a.largeCommunities.size(), 1u);
+    EXPECT_EQ(a.largeCommunities[0].global, 4200000000u);
+    EXPECT_EQ(a.largeCommunities[0].local2, 2u);
+    // As received: flags (Partial included), the value, and the exact wire bytes.
+    EXPECT_EQ(a.list[7].flags, 0xe0);
+    EXPECT_TRUE(a.has(200));
+    EXPECT_EQ(Bytes(a.list[16].value.begin(), a.list[16].value.end()), (Bytes{9, 8, 7}));
+    EXPECT_EQ(a.list[4].wire.size(), 8u); // extended-length header of LOCAL_PREF
+    size_t total = 0;
+    for (const PathAttribute& p : a.list)
+        total += p.wire.size();
+    EXPECT_EQ(total, section.size());
+}
+
+TEST(AttributeDecoder, AbbreviatedNextHopOfRibEntries) {
+    AttributeDecoder dec;
+    AttributeContext rib{.asnSize = 4, .ribEntry = true, .ribAfi = kAfiIpv6};
+    const DecodedAttributes& a = dec.decode(attr(0x80, 14, cat({u8(16), v6(9)})), rib);
+    EXPECT_TRUE(a.mpReach.abbreviated);
+    EXPECT_EQ(a.mpReach.nextHop.toString(), "2001:db8::9");
+    rib.ribAfi = kAfiIpv4;
+    EXPECT_EQ(
+        dec.decode(attr(0x80, 14, cat({u8(4), ip4(192, 0, 2, 7)})), rib).mpReach.nextHop.toString(),
+        "192.0.2.7");
+    // Outside a RIB entry the same bytes are a (short) full MP_REACH_NLRI.
+    EXPECT_EQ(dec.decode(attr(0x80, 14, cat({u8(4), ip4(192, 0, 2, 7)})), {}).action, kReset);
+}
+
+// AS4_PATH folding on 2-byte sessions (RFC 6793 4.2.3).
+TEST(AttributeDecoder, FoldsAs4PathIntoTwoByteAsPath) {
+    const uint32_t T = 23456;
+    struct Case {
+        const char* name;
+        Bytes asPath, as4Path, aggregator, as4Aggregator;
+        const char* expect;
+        uint32_t aggregatorAs;
+    } cases[] = {
+        {"plain",
+         segment(2, {64496, T, T}, 2),
+         segment(2, {4200000001u, 4200000002u}, 4),
+         {},
+         {},
+         "64496 4200000001 4200000002",
+         0},
+        {"leading part spans segments",
+         cat({segment(2, {64496}, 2), segment(2, {64497, T, T}, 2)}),
+         segment(2, {4200000001u, 4200000002u}, 4),
+         {},
+         {},
+         "64496 64497 4200000001 4200000002",
+         0},
+        {"a set counts one",
+         cat({segment(1, {1, 2, 3}, 2), segment(2, {T}, 2)}),
+         segment(2, {4200000001u}, 4),
+         {},
+         {},
+         "{1,2,3} 4200000001",
+         0},
+        {"as4_path longer: ignored",
+         segment(2, {T}, 2),
+         segment(2, {4200000001u, 5}, 4),
+         {},
+         {},
+         "23456",
+         0},
+        {"aggregator is AS_TRANS", segment(2, {64496, T}, 2), segment(2, {4200000001u}, 4),
+         cat({u16(uint16_t(T)), ip4(1, 1, 1, 1)}), cat({u32(4200000009u), ip4(2, 2, 2, 2)}),
+         "64496 4200000001", 4200000009u},
+        {"aggregator is not AS_TRANS: both AS4 attributes ignored", segment(2, {64496, T}, 2),
+         segment(2, {4200000001u}, 4), cat({u16(64500), ip4(1, 1, 1, 1)}),
+         cat({u32(4200000009u), ip4(2, 2, 2, 2)}), "64496 23456", 64500},
+    };
+    AttributeDecoder dec;
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        Bytes section = cat({attr(0x40, 2, c.asPath), attr(0xc0, 17, c.as4Path)});
+        if (!c.aggregator.empty())
+            section = cat({section, attr(0xc0, 7, c.aggregator), attr(0xc0, 18, c.as4Aggregator)});
+        const DecodedAttributes& a = dec.decode(section, {.asnSize = 2});
+        EXPECT_EQ(a.action, kNone);
+        EXPECT_EQ(a.effectiveAsPath().toString(), c.expect);
+        if (c.aggregatorAs) {
+            EXPECT_EQ(a.effectiveAggregator().as, c.aggregatorAs);
+        }
+        // A 4-byte session never folds: its AS_PATH is already whole.
+        const Bytes wide =
+            cat({attr(0x40, 2, segment(2, {64496, T}, 4)), attr(0xc0, 17, c.as4Path)});
+        EXPECT_EQ(dec.decode(wide, {.asnSize = 4}).effectiveAsPath().toString(), "64496 23456");
+    }
+}

@@ -1,0 +1,81 @@
+#include "census/BgpdumpFormat.h"
+
+#include "CensusTestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+using namespace census_test;
+using namespace Census;
+
+namespace {
+
+std::vector<std::string> splitLines(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line);
+    return out;
+}
+
+// Our text for mrtPath against the expected text, line for line; reports the first difference.
+void expectSameAsBgpdump(const std::string& mrtPath, const std::string& expectedPath) {
+    BgpdumpFormatter fmt(nullptr);
+    FileResult r = readMrtFile(mrtPath, fmt);
+    ASSERT_TRUE(r.ok) << r.error;
+    const Bytes expectedBytes = readDecompressed(expectedPath);
+    const auto got = splitLines(fmt.text());
+    const auto want = splitLines(std::string(expectedBytes.begin(), expectedBytes.end()));
+    ASSERT_FALSE(want.empty());
+    for (size_t i = 0; i < std::min(got.size(), want.size()); ++i)
+        ASSERT_EQ(got[i], want[i]) << "first difference at line " << i + 1;
+    EXPECT_EQ(got.size(), want.size());
+    EXPECT_EQ(fmt.lines(), got.size());
+}
+
+} // namespace
+
+TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheRib2002) {
+    CENSUS_NEED_SHARED(path, "bview.20020722.2337.gz");
+    expectSameAsBgpdump(path, path + ".bgpdump-m.txt.gz");
+}
+
+TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheUpdates2016) {
+    CENSUS_NEED_SHARED(path, "updates.20160811.1600.gz");
+    expectSameAsBgpdump(path, path + ".bgpdump-m.txt.gz");
+}
+
+// Hand-made records for the corners of the format (segment kinds, AS4 folding, _ET microseconds,
+// signed fields of IPv4 MP_REACH_NLRI, link-local next hops, add-path, _LOCAL, state changes, a
+// cut AS path, TABLE_DUMP_V2 and TABLE_DUMP v6); the expected text is the tool's own output.
+TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheEdgeCases) {
+    expectSameAsBgpdump(testData("edge_cases.mrt"), testData("edge_cases.mrt.bgpdump-m.txt"));
+}
+
+TEST(BgpdumpFormat, AsPathText) {
+    AsPath p;
+    auto seg = [&](uint8_t type, std::initializer_list<uint32_t> asns) {
+        p.segments.push_back({type, uint32_t(p.asns.size()), uint32_t(asns.size())});
+        p.asns.insert(p.asns.end(), asns);
+    };
+    auto text = [&] {
+        std::string s;
+        appendBgpdumpAsPath(s, p);
+        return s;
+    };
+    EXPECT_EQ(text(), "");
+    seg(1, {1, 2});
+    seg(1, {3});
+    EXPECT_EQ(text(), "{1,2} {3}");
+    seg(3, {4, 5});
+    seg(2, {6});
+    EXPECT_EQ(text(), "{1,2} {3} (4 5) 6");
+    p.clear();
+    for (uint32_t i = 0; i < 2000; ++i)
+        seg(2, {4000000000u + i});
+    const std::string cut = text();
+    EXPECT_EQ(cut.substr(cut.size() - 3), "...");
+    EXPECT_LE(cut.size(), 7900u + 11 + 3);
+    EXPECT_GT(cut.size(), 7900u);
+}

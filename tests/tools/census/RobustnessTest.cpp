@@ -1,0 +1,126 @@
+// Damaged copies of every sample dump (fixed seeds): cut anywhere, bits flipped in record bodies,
+// bits flipped anywhere, compressed bytes flipped. Nothing may crash (the sanitizer builds watch
+// the reads); a file is reported unreadable exactly when its framing is broken.
+#include "census/BgpdumpFormat.h"
+
+#include "CensusTestUtil.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+
+using namespace census_test;
+using namespace Census;
+
+namespace {
+
+constexpr size_t kMaxBase = 96 * 1024; // enough records of each kind, fast under sanitizers
+
+struct Base {
+    std::string name;
+    Bytes data;
+    std::vector<size_t> ends; // offset just past each record
+};
+
+// The first whole records of a dump, up to kMaxBase bytes.
+Base loadBase(const std::string& name, const std::string& path) {
+    Base b{name, {}, {}};
+    Bytes all = readDecompressed(path);
+    size_t at = 0;
+    while (at + 12 <= all.size()) {
+        size_t len = 12 + size_t(readBe32(all.data() + at + 8));
+        if (at + len > all.size() || (at + len > kMaxBase && !b.ends.empty())) break;
+        at += len;
+        b.ends.push_back(at);
+    }
+    b.data.assign(all.begin(), all.begin() + long(at));
+    return b;
+}
+
+std::vector<Base> bases() {
+    std::vector<Base> out;
+    out.push_back(loadBase("edge_cases.mrt", testData("edge_cases.mrt")));
+    for (const char* f : {"bview.20020722.2337.gz", "updates.20070211.0141.gz",
+                          "updates.20160811.1600.gz", "bview.64k_stream_overflow.gz",
+                          "bview.ipv4_unicast_add_path.gz", "bview.ipv6_unicast_add_path.gz",
+                          "updates.long_withdrawal.gz", "updates.nlri_mask_trailing_bits.gz"}) {
+        const std::string path = sharedMrt(f);
+        if (!path.empty()) out.push_back(loadBase(f, path));
+    }
+    return out;
+}
+
+// Decodes and prints (printing reads every decoded field, so it is exercised on garbage too).
+FileResult run(const TempDir& tmp, const Bytes& file) {
+    const std::string path = tmp.path("damaged");
+    writeFile(path, file);
+    BgpdumpFormatter fmt(nullptr);
+    FileResult r = readMrtFile(path, fmt, 4096);
+    if (!r.ok) {
+        EXPECT_EQ(r.error.rfind(path + ": byte ", 0), 0u) << r.error;
+    }
+    return r;
+}
+
+} // namespace
+
+TEST(CensusRobustness, CutCopiesFailExactlyWhenCutInsideARecord) {
+    TempDir tmp;
+    for (const Base& b : bases()) {
+        SCOPED_TRACE(b.name);
+        std::mt19937 rng(11);
+        for (int i = 0; i < 12; ++i) {
+            size_t cut = i == 0 ? b.ends.front() : rng() % (b.data.size() + 1);
+            FileResult r = run(tmp, Bytes(b.data.begin(), b.data.begin() + long(cut)));
+            size_t whole =
+                size_t(std::upper_bound(b.ends.begin(), b.ends.end(), cut) - b.ends.begin());
+            bool atBoundary = cut == 0 || (whole > 0 && b.ends[whole - 1] == cut);
+            EXPECT_EQ(r.ok, atBoundary) << "cut at " << cut;
+            EXPECT_EQ(r.counts.records, whole) << "cut at " << cut;
+        }
+        // A cut compressed copy is unreadable from the cut on, whatever the cut.
+        const Bytes gz = gzipBytes(b.data);
+        FileResult r = run(tmp, Bytes(gz.begin(), gz.begin() + long(gz.size() * 2 / 3)));
+        EXPECT_FALSE(r.ok);
+        EXPECT_LE(r.counts.records, b.ends.size());
+    }
+}
+
+TEST(CensusRobustness, FlippedBitsInsideRecordsNeverStopTheRead) {
+    TempDir tmp;
+    for (const Base& b : bases()) {
+        SCOPED_TRACE(b.name);
+        std::mt19937 rng(23);
+        for (int i = 0; i < 12; ++i) {
+            Bytes d = b.data;
+            for (int k = 0; k < 1 + i * 4; ++k) {
+                size_t rec = rng() % b.ends.size();
+                size_t start = (rec ? b.ends[rec - 1] : 0) + 12;
+                size_t end = b.ends[rec];
+                if (end <= start) continue;
+                d[start + rng() % (end - start)] ^= uint8_t(1u << (rng() % 8));
+            }
+            FileResult r = run(tmp, d);
+            EXPECT_TRUE(r.ok) << r.error;
+            EXPECT_EQ(r.counts.records, b.ends.size());
+        }
+    }
+}
+
+TEST(CensusRobustness, FlippedBitsAnywhereNeverCrash) {
+    TempDir tmp;
+    for (const Base& b : bases()) {
+        SCOPED_TRACE(b.name);
+        std::mt19937 rng(37);
+        for (int i = 0; i < 8; ++i) {
+            Bytes d = b.data;
+            for (int k = 0; k < 1 + i; ++k)
+                d[rng() % d.size()] ^= uint8_t(1u << (rng() % 8));
+            FileResult r = run(tmp, d);
+            EXPECT_LE(r.counts.records, b.data.size() / 12);
+            Bytes gz = gzipBytes(b.data);
+            gz[10 + rng() % (gz.size() - 10)] ^= uint8_t(1u << (rng() % 8));
+            run(tmp, gz);
+        }
+    }
+}
