@@ -28,6 +28,39 @@ bool AspathAttrCanonicalSerializer::serializeAs(Orvnet::AutonomousSystem as, boo
 
 namespace {
 
+// One wire segment at a time is built in a local buffer and appended with one call: the writer's
+// per-value appends cost more than the encoding itself.
+class WireSegment {
+public:
+    WireSegment(AsSegmentType type, size_t count, bool fourByte) noexcept : fourByte_(fourByte) {
+        buf_[0] = uint8_t(type.value());
+        buf_[1] = uint8_t(count);
+    }
+    // Returns true when the number went out as AS_TRANS.
+    bool add(Orvnet::AutonomousSystem as) noexcept {
+        uint32_t v = as.value();
+        if (fourByte_) {
+            buf_[len_] = uint8_t(v >> 24);
+            buf_[len_ + 1] = uint8_t(v >> 16);
+            buf_[len_ + 2] = uint8_t(v >> 8);
+            buf_[len_ + 3] = uint8_t(v);
+            len_ += 4;
+            return false;
+        }
+        uint16_t v2 = as.as2ByteOrTrans();
+        buf_[len_] = uint8_t(v2 >> 8);
+        buf_[len_ + 1] = uint8_t(v2);
+        len_ += 2;
+        return !as.is2Byte();
+    }
+    void writeTo(Serialize& serialize) const { serialize.addData(buf_, len_); }
+
+private:
+    bool fourByte_;
+    size_t len_ = 2;
+    uint8_t buf_[2 + 0xff * 4];
+};
+
 bool sequenceSerialize(AsSegmentRef seq, bool fourByte, Orvnet::AutonomousSystem localAs,
                        Serialize& serialize) {
     bool substituted = false;
@@ -35,20 +68,20 @@ bool sequenceSerialize(AsSegmentRef seq, bool fourByte, Orvnet::AutonomousSystem
     size_t n = seq.as.size() + (localPending ? 1 : 0);
     auto as = seq.as.begin();
     const auto end = seq.as.end();
-    uint16_t typeBits = uint16_t(seq.type.value() << 8);
     while (n > 0) {
         size_t k = n < 0xff ? n : 0xff;
         n -= k;
-        serialize.addU16hton(uint16_t(typeBits | k));
+        WireSegment w(seq.type, k, fourByte);
         if (localPending) {
-            substituted |= AspathAttrCanonicalSerializer::serializeAs(localAs, fourByte, serialize);
+            substituted |= w.add(localAs);
             localPending = false;
             --k;
         }
         for (; k > 0; --k, ++as) {
             ORV_ASSERT_TEXT(as != end, "as != seq->asRawPtr()->cend()");
-            substituted |= AspathAttrCanonicalSerializer::serializeAs(*as, fourByte, serialize);
+            substituted |= w.add(*as);
         }
+        w.writeTo(serialize);
     }
     return substituted;
 }
@@ -57,11 +90,24 @@ bool setSerialize(AsSegmentRef set, bool fourByte, Serialize& serialize) {
     size_t asCount = set.as.size();
     if (asCount == 0) return false;
     ORV_ASSERT(asCount <= 0xff);
-    serialize.addU16hton(uint16_t(set.type.value() << 8 | asCount));
+    WireSegment w(set.type, asCount, fourByte);
     bool substituted = false;
     for (Orvnet::AutonomousSystem as : set.as)
-        substituted |= AspathAttrCanonicalSerializer::serializeAs(as, fourByte, serialize);
+        substituted |= w.add(as);
+    w.writeTo(serialize);
     return substituted;
+}
+
+// Bytes asSegmentSerialize writes for this segment (0 for a type it does not write).
+size_t wireBytes(AsSegmentRef seg, bool fourByte, Orvnet::AutonomousSystem localAs) noexcept {
+    size_t width = fourByte ? 4 : 2;
+    size_t n = seg.as.size();
+    if (seg.type.isSequence()) {
+        n += localAs.value() != 0 ? 1 : 0;
+        return n == 0 ? 0 : 2 * ((n + 0xfe) / 0xff) + n * width;
+    }
+    if (seg.type.isSet()) return n == 0 ? 0 : 2 + n * width;
+    return 0;
 }
 
 // Where the local AS goes, by the decision table of serialize().
@@ -85,8 +131,6 @@ AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
     ORV_ASSERT(BgpPathAttrType::asPath_ == type || BgpPathAttrType::as4Path_ == type);
     ORV_ASSERT(BgpPathAttrType::as4Path_ != type || fourByte);
 
-    SerializePathAttributeAutoExtLen s;
-    bool needAs4Path = false;
     const AsSegmentType localAsSegType =
         confed ? AsSegmentType::asConfedSequence_ : AsSegmentType::asSequence_;
     AsSegmentRun confedRun = path ? path->confedPath() : AsSegmentRun();
@@ -111,37 +155,51 @@ AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
     if (prepend == Prepend::intoFirstConfed && confedRun.empty())
         prepend = Prepend::intoFirstOrdinary;
 
-    if (prepend == Prepend::newSegment) {
-        s.addU16hton(uint16_t(localAsSegType.value() << 8 | 1));
-        needAs4Path |= serializeAs(localAs, fourByte, s);
-    }
-    if (writeConfed) {
-        bool first = true;
-        for (const StoredAsSegment& seg : confedRun) {
-            Orvnet::AutonomousSystem prependAs;
-            if (first && prepend == Prepend::intoFirstConfed) {
-                const StoredAsSegment* segment = &seg;
-                ORV_ASSERT(segment->segmentType() == localAsSegType);
-                prependAs = localAs;
+    // Calls f(segment, local AS to prepend or 0, isOrdinary) for every segment written, in order;
+    // the new segment is an empty sequence of the local-AS type with the local AS prepended.
+    auto forEachWritten = [&](auto&& f) {
+        if (prepend == Prepend::newSegment) f(AsSegmentRef(localAsSegType, {}), localAs, true);
+        if (writeConfed) {
+            bool first = true;
+            for (const StoredAsSegment& seg : confedRun) {
+                Orvnet::AutonomousSystem prependAs;
+                if (first && prepend == Prepend::intoFirstConfed) {
+                    const StoredAsSegment* segment = &seg;
+                    ORV_ASSERT(segment->segmentType() == localAsSegType);
+                    prependAs = localAs;
+                }
+                first = false;
+                f(AsSegmentRef(seg), prependAs, false);
             }
-            first = false;
-            // An AS_TRANS in a confederation segment does not call for an AS4_PATH: those
-            // segments never leave the confederation.
-            asSegmentSerialize(seg, fourByte, prependAs, s);
         }
-    }
-    bool first = true;
-    for (const StoredAsSegment& seg : run) {
-        Orvnet::AutonomousSystem prependAs =
-            first && prepend == Prepend::intoFirstOrdinary ? localAs : Orvnet::AutonomousSystem();
-        first = false;
-        needAs4Path |= asSegmentSerialize(seg, fourByte, prependAs, s);
-    }
+        bool first = true;
+        for (const StoredAsSegment& seg : run) {
+            f(AsSegmentRef(seg),
+              first && prepend == Prepend::intoFirstOrdinary ? localAs : Orvnet::AutonomousSystem(),
+              true);
+            first = false;
+        }
+    };
 
+    // The value's length first, so that the header is written in place and nothing moves after.
+    size_t valueLen = 0;
+    forEachWritten([&](AsSegmentRef seg, Orvnet::AutonomousSystem prependAs, bool) {
+        valueLen += wireBytes(seg, fourByte, prependAs);
+    });
     uint8_t flags = BgpPathAttrType::as4Path_ == type
                         ? uint8_t(pathAttrFlagOptional | pathAttrFlagTransitive)
                         : pathAttrFlagTransitive;
-    return {needAs4Path, s.patchHdrAndStringify(type, flags)};
+    Serialize s;
+    size_t headerLen = SerializePathAttribute(s, type, flags, valueLen);
+    bool needAs4Path = false;
+    forEachWritten([&](AsSegmentRef seg, Orvnet::AutonomousSystem prependAs, bool ordinary) {
+        // An AS_TRANS in a confederation segment does not call for an AS4_PATH: those segments
+        // never leave the confederation.
+        bool substituted = asSegmentSerialize(seg, fourByte, prependAs, s);
+        if (ordinary) needAs4Path |= substituted;
+    });
+    ORV_ASSERT(s.size() == headerLen + valueLen);
+    return {needAs4Path, s.serializedBytes()};
 }
 
 std::string AspathAttrCanonicalSerializer::serializeStr(const AspathAttrCanonical* path,
