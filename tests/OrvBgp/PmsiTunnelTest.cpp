@@ -396,7 +396,8 @@ TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
         SCOPED_TRACE(t->toStrep());
         const void* stored = static_cast<const Keel::DedupHandleBase*>(t.get());
         EXPECT_EQ(PmsiTunnel::destash(stored, store).get(), t.get());
-        auto* reader = MelStash::StashReaderRegistry::readerFor<PmsiTunnelStashReader>(typeid(*t));
+        auto* reader = MelStash::StashReaderRegistry::readerFor<PmsiTunnelStashReader>(
+            typeid(*static_cast<const Keel::DedupHandleBase*>(stored)));
         ASSERT_NE(reader, nullptr);
         EXPECT_EQ(reader->stashSerialize(stored), t->serialize());
         EXPECT_EQ(reader->stashStrep(stored), t->toStrep());
