@@ -430,6 +430,7 @@ public:
     bool isSixPe() const;
     bool isNexthopSelfForPeer(const BgpPeerStatus& peerStatus) const;
     bool hasReachabilityNexthop() const { return reachabilityNexthopGet() != nullptr; }
+    // A reachability next hop whose metric is the unknown one (or that has no metric record).
     bool reachabilityNexthopMetricUnknown() const;
 
     // These require a next hop that is or was interned; the context also needs its table alive.

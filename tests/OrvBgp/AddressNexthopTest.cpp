@@ -216,11 +216,11 @@ TEST(AddressNexthopDeathTest, ProfileIsContentAndFixedOnceInterned) {
     auto nh = table.nexthop(addr("10.0.0.1"));
     auto* mutableNh = const_cast<AddressNexthop*>(nh.get());
     EXPECT_DEATH(mutableNh->resolutionRibProfileIs(ResolutionRibProfile(1)),
-                 "OrvBgp/AddressNexthop: .*!everDeduped\\(\\)");
+                 "OrvBgp/AddressNexthop: .*Assertion `!everDeduped\\(\\)' failed");
     Mel::Ptr<AddressNexthop> fresh(new AddressNexthop(addr("10.0.0.1")));
     EXPECT_DEATH(fresh->resolutionRibProfileIs(ResolutionRibProfile(200)),
-                 "OrvBgp/AddressNexthop: .*profile.id\\(\\) <= "
-                 "Routing::Rib::ResolutionRibProfile::maxId");
+                 "OrvBgp/AddressNexthop: .*Assertion `profile.id\\(\\) <= "
+                 "Routing::Rib::ResolutionRibProfile::maxId' failed");
 }
 
 // Two threads intern and release the same addresses with unique identifiers. While both hold every

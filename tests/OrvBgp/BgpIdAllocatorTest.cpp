@@ -148,10 +148,14 @@ TEST(BgpIdAllocator, StringFormAndRestoringThroughFieldAccess) {
 
 TEST(BgpIdAllocatorDeathTest, IdentifierZeroIsNeverHandedOutNorTakenBack) {
     auto a = BgpIdAllocatorIs("Test");
-    EXPECT_DEATH(a->free(0), "OrvBgp/BgpIdAllocator: .*BgpIdAllocator::invalidId\\(\\) != id");
+    EXPECT_DEATH(
+        a->free(0),
+        "OrvBgp/BgpIdAllocator: .*Assertion `BgpIdAllocator::invalidId\\(\\) != id' failed");
     a->largestAllocatedIdIs(4294967294u);
     EXPECT_EQ(a->allocate(), 4294967295u) << "the last identifier is still good";
-    EXPECT_DEATH(a->allocate(), "OrvBgp/BgpIdAllocator: .*BgpIdAllocator::invalidId\\(\\) != id");
+    EXPECT_DEATH(
+        a->allocate(),
+        "OrvBgp/BgpIdAllocator: .*Assertion `BgpIdAllocator::invalidId\\(\\) != id' failed");
 }
 
 // Every identifier has at most one holder at a time, while two threads allocate and free.

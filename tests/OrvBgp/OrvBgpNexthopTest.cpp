@@ -216,7 +216,8 @@ TEST(GenNexthopIdAllocator, ReservesNoIdOnEveryConstructionPath) {
 
 TEST(GenNexthopIdAllocatorDeathTest, FirstIdentifierMustBeNoId) {
     auto a = GenNexthopIdAllocatorIs();
-    EXPECT_DEATH(a->handleInitialized(), "OrvBgp/OrvBgpNexthop: .*noId\\(\\) == allocatedNoId");
+    EXPECT_DEATH(a->handleInitialized(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `noId\\(\\) == allocatedNoId' failed");
 }
 
 // ---- Value types
@@ -362,12 +363,12 @@ TEST_F(GenNexthopTest, ValueFormThroughTheReflectionGlue) {
 
 TEST(GenNexthopDeathTest, VrfIsSetOnce) {
     Mel::Ptr<TestNexthop> nh(new TestNexthop(5));
-    EXPECT_DEATH(nh->vrfId(), "OrvBgp/OrvBgpNexthop: .*!vrfId_.isInvalid\\(\\)");
+    EXPECT_DEATH(nh->vrfId(), "OrvBgp/OrvBgpNexthop: .*Assertion `!vrfId_.isInvalid\\(\\)' failed");
     nh->vrfIdIs(BgpVrfIdBase(4));
     nh->vrfIdIs(BgpVrfIdBase(4));
     EXPECT_EQ(nh->vrfId(), BgpVrfIdBase(4));
-    const char* text = "OrvBgp/OrvBgpNexthop: .*vrfId_ == BgpVrfIdBase::invalidVrfId\\(\\) \\|\\| "
-                       "vrfId_ == vrfId";
+    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `vrfId_ == "
+                       "BgpVrfIdBase::invalidVrfId\\(\\) \\|\\| vrfId_ == vrfId' failed";
     EXPECT_DEATH(nh->vrfIdIs(BgpVrfIdBase(5)), text);
     TestNexthopTable other(BgpVrfIdBase(9));
     EXPECT_DEATH(nh->dedup(&other, false), text);
@@ -405,11 +406,12 @@ TEST_F(GenNexthopTest, FlagsShareTheStateWordWithoutDisturbingInterning) {
 TEST(GenNexthopDeathTest, FlagSettersCheckTheInternState) {
     Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
     EXPECT_DEATH(fresh->resolutionRibProfileValidIs(true),
-                 "OrvBgp/OrvBgpNexthop: .*isDeduped\\(\\) \\|\\| !isValid");
-    EXPECT_DEATH(fresh->nhMetricIsknownIs(true), "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\)");
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `isDeduped\\(\\) \\|\\| !isValid' failed");
+    EXPECT_DEATH(fresh->nhMetricIsknownIs(true),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
     fresh->userBitsIs(1, 1, 1); // what no setter can do on a never interned object
-    EXPECT_DEATH(fresh->nhPreferenceIs(1),
-                 "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\) \\|\\| !nhMetricIsknown\\(\\)");
+    EXPECT_DEATH(fresh->nhPreferenceIs(1), "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\) "
+                                           "\\|\\| !nhMetricIsknown\\(\\)' failed");
 }
 
 // ---- Metrics and the table context
@@ -430,17 +432,22 @@ TEST_F(GenNexthopTest, SpecialMetricsComeFromTheContextsTable) {
 
 TEST(GenNexthopDeathTest, SpecialMetricsNeedAnInternedNexthopWithALiveTable) {
     Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
-    EXPECT_DEATH(fresh->unknownMetric(), "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\)");
-    EXPECT_DEATH(fresh->invalidMetric(), "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\)");
-    EXPECT_DEATH(fresh->preResolvedMetric(), "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\)");
-    EXPECT_DEATH(fresh->dedupTableContext(), "OrvBgp/OrvBgpNexthop: .*everDeduped\\(\\)");
+    EXPECT_DEATH(fresh->unknownMetric(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
+    EXPECT_DEATH(fresh->invalidMetric(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
+    EXPECT_DEATH(fresh->preResolvedMetric(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
+    EXPECT_DEATH(fresh->dedupTableContext(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
     Mel::PtrConst<TestNexthop> orphan;
     {
         TestNexthopTable table;
         orphan = table.intern(5);
     }
     EXPECT_TRUE(orphan->everDeduped());
-    EXPECT_DEATH(orphan->unknownMetric(), "OrvBgp/OrvBgpNexthop: .*context != nullptr");
+    EXPECT_DEATH(orphan->unknownMetric(),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `context != nullptr' failed");
 }
 
 TEST_F(GenNexthopTest, DerivedQueries) {
@@ -502,31 +509,32 @@ TEST(GenNexthopDeathTest, BaseTableNeverHandsOutUniqueIdentifiers) {
     auto nh = table.intern(5, 0, /*unique=*/true); // not enabled: quietly noId
     EXPECT_EQ(nh->id(), GenNexthopIdAllocator::noId());
     table.claimsUniqueIds = true; // but never overrode assignIdToNexthop
-    EXPECT_DEATH(table.intern(6, 0, true),
-                 "OrvBgp/OrvBgpNexthop: .*!allocateUniqueId \\|\\| !uniqueNexthopIdsEnabled\\(\\)");
+    EXPECT_DEATH(table.intern(6, 0, true), "OrvBgp/OrvBgpNexthop: .*Assertion `!allocateUniqueId "
+                                           "\\|\\| !uniqueNexthopIdsEnabled\\(\\)' failed");
     table.claimsUniqueIds = false;
     TestNexthopTable::forceId(nh.get(), 5);
-    EXPECT_DEATH(table.intern(5),
-                 "OrvBgp/OrvBgpNexthop: .*nh->id\\(\\) == GenNexthopIdAllocator::invalidId\\(\\) "
-                 "\\|\\| nh->id\\(\\) == GenNexthopIdAllocator::noId\\(\\)");
+    EXPECT_DEATH(
+        table.intern(5),
+        "OrvBgp/OrvBgpNexthop: .*Assertion `nh->id\\(\\) == GenNexthopIdAllocator::invalidId\\(\\) "
+        "\\|\\| nh->id\\(\\) == GenNexthopIdAllocator::noId\\(\\)' failed");
     // Dying with an identifier and no allocator to give it back to.
     EXPECT_DEATH(nh.reset(),
-                 "OrvBgp/OrvBgpNexthop: .*id\\(\\) == GenNexthopIdAllocator::noId\\(\\) "
-                 "\\|\\| id\\(\\) == BgpIdAllocator::invalidId\\(\\)");
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `id\\(\\) == GenNexthopIdAllocator::noId\\(\\) "
+                 "\\|\\| id\\(\\) == BgpIdAllocator::invalidId\\(\\)' failed");
     TestNexthopTable::forceId(nh.get(), GenNexthopIdAllocator::noId());
 }
 
 TEST(GenNexthopDeathTest, InterningThatYieldsNothingStops) {
     TestNexthopTable table;
     TestNexthop::dedupReturnsNull = true;
-    EXPECT_DEATH(table.intern(5), "OrvBgp/OrvBgpNexthop: .*dedupHandle");
+    EXPECT_DEATH(table.intern(5), "OrvBgp/OrvBgpNexthop: .*Assertion `dedupHandle' failed");
     TestNexthop::dedupReturnsNull = false;
 }
 
 TEST(GenNexthopDeathTest, OperationsAKindMustProvide) {
     TestNexthopTable table;
     auto nh = table.intern(5);
-    const char* text = "OrvBgp/OrvBgpNexthop: .*!\"Not implemented\"";
+    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `!\"Not implemented\"' failed";
     EXPECT_DEATH(nh->serialize(), text);
     EXPECT_DEATH(nh->getIntfId(), text);
     EXPECT_DEATH(nh->ribTransport(), text);
@@ -548,8 +556,8 @@ TEST(GenNexthopDeathTest, AssertComparable) {
     auto nh = table.intern(5);
     Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
     nh->assertComparable(table.intern(6).get());
-    const char* text = "OrvBgp/OrvBgpNexthop: .*other != nullptr && typeid\\(\\*this\\) == "
-                       "typeid\\(\\*other\\)";
+    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `other != nullptr && "
+                       "typeid\\(\\*this\\) == typeid\\(\\*other\\)' failed";
     EXPECT_DEATH(nh->assertComparable(other.get()), text);
     EXPECT_DEATH(nh->assertComparable(nullptr), text);
 }
@@ -592,10 +600,12 @@ TEST(GenNexthopDeathTest, CloneFromNeedsAnInternedSourceOfTheSameKind) {
     Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
     Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
     dst->cloneFrom(src.get());
-    EXPECT_DEATH(dst->cloneFrom(nullptr), "OrvBgp/OrvBgpNexthop: .*src != nullptr");
-    EXPECT_DEATH(dst->cloneFrom(fresh.get()), "OrvBgp/OrvBgpNexthop: .*src->isDeduped\\(\\)");
+    EXPECT_DEATH(dst->cloneFrom(nullptr),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `src != nullptr' failed");
+    EXPECT_DEATH(dst->cloneFrom(fresh.get()),
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `src->isDeduped\\(\\)' failed");
     EXPECT_DEATH(other->cloneFrom(src.get()),
-                 "OrvBgp/OrvBgpNexthop: .*srcT && dstT && srcT == dstT");
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `srcT && dstT && srcT == dstT' failed");
 }
 
 // ---- Reading back from the store
@@ -621,7 +631,7 @@ TEST_F(GenNexthopTest, DestashBuildsAFreshEqualNexthopInTheStoredVrf) {
 TEST(GenNexthopDeathTest, DestashNeedsAReaderForTheStoredClass) {
     Mel::Ptr<UnstashedNexthop> nh(new UnstashedNexthop(5));
     EXPECT_DEATH(GenNexthop::destash(nh.get(), nullptr),
-                 "OrvBgp/OrvBgpNexthop: .*nullptr != reader");
+                 "OrvBgp/OrvBgpNexthop: .*Assertion `nullptr != reader' failed");
 }
 
 // ---- Binary trace and dumps
