@@ -1,8 +1,12 @@
 // Decodes a BGP path attribute section: every attribute as received (flags, type, value bytes as a
 // view into the record) plus the decoded values of the ones this tool knows, each checked and
 // classified as RFC 7606 says.
-//   Census::AttributeDecoder dec;  const Census::DecodedAttributes& a = dec.decode(bytes, {.asnSize
-//   = 4}); if (a.has(Census::AttrType::kMed)) use(a.med);  a.action == Census::ErrorAction::None
+//   Census::AttributeDecoder dec;  auto& a = dec.decode(section, {.asnSize = 4});
+//   if (a.has(Census::AttrType::kMed)) use(a.med);  if (a.action >= TreatAsWithdraw) drop();
+// Choices RFC 7606 leaves to the reader: a malformed AIGP (RFC 7311), or one without its AIGP TLV,
+// is discarded; an attribute type this reader does not know but flagged well-known is an
+// unrecognized well-known attribute (session reset); an attribute section that overruns is
+// treat-as-withdraw.
 #pragma once
 
 #include "census/Prefix.h"

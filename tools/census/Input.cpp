@@ -3,6 +3,8 @@
 #include <bzlib.h>
 #include <zlib.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
@@ -17,19 +19,34 @@ ReadError::ReadError(const std::string& file, uint64_t offset, const std::string
 
 InputFile::~InputFile() = default;
 
-void InputFile::fail(const std::string& what) const {
-    throw ReadError(name_, produced_, what);
+void InputFile::fail(const std::string& what, size_t got) const {
+    throw ReadError(name_, produced_ + got, what);
+}
+
+size_t InputFile::read(uint8_t* dst, size_t n) {
+    if (pending_) throw ReadError(*pending_);
+    size_t got = 0;
+    try {
+        fill(dst, n, got);
+    } catch (const ReadError& e) {
+        if (got == 0) throw;
+        pending_ = std::make_unique<ReadError>(e);
+    }
+    produced_ += got;
+    return got;
 }
 
 namespace {
 
 constexpr size_t kRawChunk = 1 << 18;
+constexpr size_t kMaxStep = size_t(1) << 30; // what one zlib/bzip2 call may be handed
 
 // The file descriptor and a buffer of raw (possibly compressed) bytes; the first bytes are
-// peeked here to choose the decompressor.
+// peeked here to choose the decompressor. Read errors throw with the decompressed offset the
+// caller gives.
 class RawSource {
 public:
-    RawSource(const std::string& path) : buf_(kRawChunk) {
+    explicit RawSource(const std::string& path) : buf_(kRawChunk) {
         if (path == "-") {
             fd_ = STDIN_FILENO;
             owned_ = false;
@@ -50,7 +67,7 @@ public:
     const std::string& name() const { return name_; }
 
     // Makes at least want bytes available unless the file ends first; returns what is available.
-    size_t fill(size_t want, uint64_t producedForErrors) {
+    size_t fill(size_t want, uint64_t at) {
         if (end_ - pos_ >= want || eof_) return end_ - pos_;
         if (pos_ > 0) {
             std::memmove(buf_.data(), buf_.data() + pos_, end_ - pos_);
@@ -58,54 +75,48 @@ public:
             pos_ = 0;
         }
         while (end_ < want && !eof_) {
-            ssize_t n = ::read(fd_, buf_.data() + end_, buf_.size() - end_);
-            if (n < 0) {
-                if (errno == EINTR) continue;
-                throw ReadError(name_, producedForErrors,
-                                std::string("read failed: ") + std::strerror(errno));
-            }
-            if (n == 0) eof_ = true;
-            rawOffset_ += static_cast<uint64_t>(n);
-            end_ += static_cast<size_t>(n);
+            size_t n = sysRead(buf_.data() + end_, buf_.size() - end_, at);
+            eof_ = n == 0;
+            end_ += n;
         }
         return end_ - pos_;
     }
-    // Refills whatever room the buffer has; returns available bytes.
-    size_t refill(uint64_t producedForErrors) { return fill(buf_.size(), producedForErrors); }
+    // Tops the buffer up if it is empty; returns available bytes.
+    size_t refill(uint64_t at) { return end_ > pos_ ? end_ - pos_ : fill(buf_.size(), at); }
 
     uint8_t* data() { return buf_.data() + pos_; }
     size_t available() const { return end_ - pos_; }
     void consume(size_t n) { pos_ += n; }
-    bool eof() const { return eof_ && pos_ == end_; }
     // Offset in the raw file of the next unconsumed byte.
     uint64_t rawOffset() const { return rawOffset_ - (end_ - pos_); }
 
-    // Reads straight into dst, bypassing the buffer once it is drained (plain files).
-    size_t readDirect(uint8_t* dst, size_t n, uint64_t producedForErrors) {
+    // Reads straight into dst once the buffer is drained (plain files).
+    size_t readDirect(uint8_t* dst, size_t n, uint64_t at) {
         if (available() > 0) {
             size_t k = std::min(n, available());
             std::memcpy(dst, data(), k);
             consume(k);
             return k;
         }
-        while (!eof_) {
-            ssize_t r = ::read(fd_, dst, n);
-            if (r < 0) {
-                if (errno == EINTR) continue;
-                throw ReadError(name_, producedForErrors,
-                                std::string("read failed: ") + std::strerror(errno));
-            }
-            if (r == 0) {
-                eof_ = true;
-                break;
-            }
-            rawOffset_ += static_cast<uint64_t>(r);
-            return static_cast<size_t>(r);
-        }
-        return 0;
+        if (eof_) return 0;
+        size_t k = sysRead(dst, n, at);
+        eof_ = k == 0;
+        return k;
     }
 
 private:
+    size_t sysRead(uint8_t* dst, size_t n, uint64_t at) {
+        for (;;) {
+            ssize_t r = ::read(fd_, dst, n);
+            if (r >= 0) {
+                rawOffset_ += uint64_t(r);
+                return size_t(r);
+            }
+            if (errno != EINTR)
+                throw ReadError(name_, at, std::string("read failed: ") + std::strerror(errno));
+        }
+    }
+
     int fd_ = -1;
     bool owned_ = true;
     bool eof_ = false;
@@ -120,163 +131,140 @@ class PlainInput final : public InputFile {
 public:
     explicit PlainInput(std::unique_ptr<RawSource> raw)
         : InputFile(raw->name(), Compression::None), raw_(std::move(raw)) {}
-    size_t read(uint8_t* dst, size_t n) override {
-        size_t got = 0;
+
+private:
+    void fill(uint8_t* dst, size_t n, size_t& got) override {
         while (got < n) {
             size_t k = raw_->readDirect(dst + got, n - got, produced_ + got);
             if (k == 0) break;
             got += k;
         }
-        produced_ += got;
-        return got;
     }
 
-private:
     std::unique_ptr<RawSource> raw_;
 };
 
-class GzipInput final : public InputFile {
+// Shared loop of the two decompressors: Codec provides start() (a new member or stream),
+// step() (one call of the library; returns true at the end of a member or stream) and the magic
+// bytes that may follow a finished member.
+template <class Codec>
+class CompressedInput final : public InputFile {
 public:
-    explicit GzipInput(std::unique_ptr<RawSource> raw)
-        : InputFile(raw->name(), Compression::Gzip), raw_(std::move(raw)) {
-        std::memset(&z_, 0, sizeof z_);
-        if (inflateInit2(&z_, 16 + MAX_WBITS) != Z_OK) fail("cannot initialise gzip decompression");
-        live_ = true;
-    }
-    ~GzipInput() override {
-        if (live_) inflateEnd(&z_);
-    }
+    CompressedInput(std::unique_ptr<RawSource> raw, Compression c)
+        : InputFile(raw->name(), c), raw_(std::move(raw)) {}
 
-    size_t read(uint8_t* dst, size_t n) override {
-        size_t got = 0;
+private:
+    void fill(uint8_t* dst, size_t n, size_t& got) override {
         while (got < n && !done_) {
             if (!inMember_) {
-                // Between members: the end of the file, or another gzip header.
-                if (raw_->fill(2, produced_ + got) == 0) {
+                // Between members: the end of the file, or another header.
+                if (raw_->fill(Codec::kMagic.size(), produced_ + got) == 0) {
                     done_ = true;
                     break;
                 }
-                if (raw_->available() < 2 || raw_->data()[0] != 0x1f || raw_->data()[1] != 0x8b) {
-                    produced_ += got;
-                    fail(where() + "trailing bytes after gzip data");
-                }
-                inflateReset(&z_);
+                if (raw_->available() < Codec::kMagic.size() ||
+                    !std::equal(Codec::kMagic.begin(), Codec::kMagic.end(), raw_->data()))
+                    fail(where() + "trailing bytes after " + Codec::kName + " data", got);
+                codec_.start(*this, got);
                 inMember_ = true;
             }
-            if (raw_->available() == 0) raw_->refill(produced_ + got);
-            size_t room = std::min<size_t>(n - got, 1u << 30);
-            size_t inBefore = std::min<size_t>(raw_->available(), 1u << 30);
-            z_.next_in = raw_->data();
-            z_.avail_in = static_cast<uInt>(inBefore);
-            z_.next_out = dst + got;
-            z_.avail_out = static_cast<uInt>(room);
-            int rc = inflate(&z_, Z_NO_FLUSH);
-            size_t usedIn = inBefore - z_.avail_in;
-            size_t madeOut = room - z_.avail_out;
+            raw_->refill(produced_ + got);
+            const size_t room = std::min(n - got, kMaxStep);
+            const size_t inBefore = std::min(raw_->available(), kMaxStep);
+            size_t usedIn = 0, madeOut = 0;
+            std::string error;
+            const bool end =
+                codec_.step(raw_->data(), inBefore, dst + got, room, usedIn, madeOut, error);
             raw_->consume(usedIn);
             got += madeOut;
-            if (rc == Z_STREAM_END) {
+            if (!error.empty())
+                fail(where() + "corrupt " + Codec::kName + " data (" + error + ")", got);
+            if (end) {
                 inMember_ = false;
                 continue;
             }
-            if (rc != Z_OK && rc != Z_BUF_ERROR) {
-                produced_ += got;
-                fail(where() + "corrupt gzip data (" + (z_.msg ? z_.msg : "zlib error") + ")");
-            }
-            if (usedIn == 0 && madeOut == 0 && raw_->available() == 0 &&
-                raw_->refill(produced_ + got) == 0) {
-                produced_ += got;
-                fail(where() + "gzip data cut short (no end of stream)");
-            }
+            // No progress with nothing left to feed: the data stops inside a member.
+            if (usedIn == 0 && madeOut == 0 && raw_->refill(produced_ + got) == 0)
+                fail(where() + Codec::kName + " data cut short (no end of stream)", got);
         }
-        produced_ += got;
-        return got;
     }
 
-private:
     std::string where() const {
         return "at compressed byte " + std::to_string(raw_->rawOffset()) + ": ";
     }
 
+    friend Codec;
     std::unique_ptr<RawSource> raw_;
-    z_stream z_;
-    bool live_ = false;
+    Codec codec_;
     bool inMember_ = false;
     bool done_ = false;
 };
 
-class Bzip2Input final : public InputFile {
-public:
-    explicit Bzip2Input(std::unique_ptr<RawSource> raw)
-        : InputFile(raw->name(), Compression::Bzip2), raw_(std::move(raw)) {}
-    ~Bzip2Input() override {
-        if (live_) BZ2_bzDecompressEnd(&bz_);
+struct GzipCodec {
+    static constexpr std::array<uint8_t, 2> kMagic{0x1f, 0x8b};
+    static constexpr const char* kName = "gzip";
+
+    GzipCodec() {
+        std::memset(&z, 0, sizeof z);
+        live = inflateInit2(&z, 16 + MAX_WBITS) == Z_OK;
+    }
+    ~GzipCodec() {
+        if (live) inflateEnd(&z);
+    }
+    template <class Input>
+    void start(Input& in, size_t got) {
+        if (!live || inflateReset(&z) != Z_OK) in.fail("cannot initialise gzip decompression", got);
+    }
+    bool step(uint8_t* in, size_t inLen, uint8_t* out, size_t outLen, size_t& usedIn,
+              size_t& madeOut, std::string& error) {
+        z.next_in = in;
+        z.avail_in = uInt(inLen);
+        z.next_out = out;
+        z.avail_out = uInt(outLen);
+        int rc = inflate(&z, Z_NO_FLUSH);
+        usedIn = inLen - z.avail_in;
+        madeOut = outLen - z.avail_out;
+        if (rc != Z_OK && rc != Z_BUF_ERROR && rc != Z_STREAM_END)
+            error = z.msg ? z.msg : "zlib error " + std::to_string(rc);
+        return rc == Z_STREAM_END;
     }
 
-    size_t read(uint8_t* dst, size_t n) override {
-        size_t got = 0;
-        while (got < n && !done_) {
-            if (!inStream_) {
-                if (raw_->fill(3, produced_ + got) == 0) {
-                    done_ = true;
-                    break;
-                }
-                const uint8_t* p = raw_->data();
-                if (raw_->available() < 3 || p[0] != 'B' || p[1] != 'Z' || p[2] != 'h') {
-                    produced_ += got;
-                    fail(where() + "trailing bytes after bzip2 data");
-                }
-                start();
-            }
-            if (raw_->available() == 0) raw_->refill(produced_ + got);
-            size_t room = std::min<size_t>(n - got, 1u << 30);
-            size_t inBefore = std::min<size_t>(raw_->available(), 1u << 30);
-            bz_.next_in = reinterpret_cast<char*>(raw_->data());
-            bz_.avail_in = static_cast<unsigned>(inBefore);
-            bz_.next_out = reinterpret_cast<char*>(dst + got);
-            bz_.avail_out = static_cast<unsigned>(room);
-            int rc = BZ2_bzDecompress(&bz_);
-            size_t usedIn = inBefore - bz_.avail_in;
-            size_t madeOut = room - bz_.avail_out;
-            raw_->consume(usedIn);
-            got += madeOut;
-            if (rc == BZ_STREAM_END) {
-                BZ2_bzDecompressEnd(&bz_);
-                live_ = false;
-                inStream_ = false;
-                continue;
-            }
-            if (rc != BZ_OK) {
-                produced_ += got;
-                fail(where() + "corrupt bzip2 data (code " + std::to_string(rc) + ")");
-            }
-            if (usedIn == 0 && madeOut == 0 && raw_->available() == 0 &&
-                raw_->refill(produced_ + got) == 0) {
-                produced_ += got;
-                fail(where() + "bzip2 data cut short (no end of stream)");
-            }
-        }
-        produced_ += got;
-        return got;
+    z_stream z;
+    bool live = false;
+};
+
+struct Bzip2Codec {
+    static constexpr std::array<uint8_t, 3> kMagic{'B', 'Z', 'h'};
+    static constexpr const char* kName = "bzip2";
+
+    ~Bzip2Codec() { stop(); }
+    template <class Input>
+    void start(Input& in, size_t got) {
+        stop();
+        std::memset(&bz, 0, sizeof bz);
+        if (BZ2_bzDecompressInit(&bz, 0, 0) != BZ_OK)
+            in.fail("cannot initialise bzip2 decompression", got);
+        live = true;
+    }
+    bool step(uint8_t* in, size_t inLen, uint8_t* out, size_t outLen, size_t& usedIn,
+              size_t& madeOut, std::string& error) {
+        bz.next_in = reinterpret_cast<char*>(in);
+        bz.avail_in = unsigned(inLen);
+        bz.next_out = reinterpret_cast<char*>(out);
+        bz.avail_out = unsigned(outLen);
+        int rc = BZ2_bzDecompress(&bz);
+        usedIn = inLen - bz.avail_in;
+        madeOut = outLen - bz.avail_out;
+        if (rc != BZ_OK && rc != BZ_STREAM_END) error = "libbz2 code " + std::to_string(rc);
+        return rc == BZ_STREAM_END;
+    }
+    void stop() {
+        if (live) BZ2_bzDecompressEnd(&bz);
+        live = false;
     }
 
-private:
-    void start() {
-        std::memset(&bz_, 0, sizeof bz_);
-        if (BZ2_bzDecompressInit(&bz_, 0, 0) != BZ_OK)
-            fail("cannot initialise bzip2 decompression");
-        live_ = true;
-        inStream_ = true;
-    }
-    std::string where() const {
-        return "at compressed byte " + std::to_string(raw_->rawOffset()) + ": ";
-    }
-
-    std::unique_ptr<RawSource> raw_;
-    bz_stream bz_;
-    bool live_ = false;
-    bool inStream_ = false;
-    bool done_ = false;
+    bz_stream bz;
+    bool live = false;
 };
 
 } // namespace
@@ -285,10 +273,11 @@ std::unique_ptr<InputFile> InputFile::open(const std::string& path) {
     auto raw = std::make_unique<RawSource>(path);
     raw->fill(3, 0);
     const uint8_t* p = raw->data();
-    size_t n = raw->available();
-    if (n >= 2 && p[0] == 0x1f && p[1] == 0x8b) return std::make_unique<GzipInput>(std::move(raw));
+    const size_t n = raw->available();
+    if (n >= 2 && p[0] == 0x1f && p[1] == 0x8b)
+        return std::make_unique<CompressedInput<GzipCodec>>(std::move(raw), Compression::Gzip);
     if (n >= 3 && p[0] == 'B' && p[1] == 'Z' && p[2] == 'h')
-        return std::make_unique<Bzip2Input>(std::move(raw));
+        return std::make_unique<CompressedInput<Bzip2Codec>>(std::move(raw), Compression::Bzip2);
     return std::make_unique<PlainInput>(std::move(raw));
 }
 

@@ -2,6 +2,8 @@
 // the first bytes, never from the file name.
 //   auto in = Census::InputFile::open("updates.20160811.1600.gz");   // "-" reads stdin
 //   while (size_t n = in->read(buf, sizeof buf)) consume(buf, n);
+// The census tool's reading side (tools/census) lives in namespace Census: it is not part of the
+// library, which never parses the wire itself.
 #pragma once
 
 #include "Mel/Exception.h"
@@ -42,7 +44,9 @@ public:
     // bytes returned before stay valid, except that corruption the format catches only at its
     // next check (gzip: a member's CRC at its end) may already have passed through. Concatenated
     // gzip members and bzip2 streams are read through as one.
-    virtual size_t read(uint8_t* dst, size_t n) = 0;
+    // An error met after some bytes of a call were produced is held back: those bytes are
+    // returned, and the next call throws.
+    size_t read(uint8_t* dst, size_t n);
 
     const std::string& name() const noexcept { return name_; }
     Compression compression() const noexcept { return compression_; }
@@ -51,11 +55,15 @@ public:
 
 protected:
     InputFile(std::string name, Compression c) : name_(std::move(name)), compression_(c) {}
-    [[noreturn]] void fail(const std::string& what) const;
+    // Produces up to n bytes into dst, counting them in got as it goes (got survives a throw).
+    virtual void fill(uint8_t* dst, size_t n, size_t& got) = 0;
+    // Throws ReadError at the offset of the first byte not produced.
+    [[noreturn]] void fail(const std::string& what, size_t got) const;
 
     std::string name_;
     Compression compression_;
     uint64_t produced_ = 0;
+    std::unique_ptr<ReadError> pending_;
 };
 
 } // namespace Census

@@ -45,7 +45,10 @@ struct DecodedPath {
     // The attribute set of the entry or message; for withdrawals the message's (possibly empty).
     const DecodedAttributes* attributes = nullptr;
     // Worst RFC 7606 action over the attribute set and the message's NLRI. TreatAsWithdraw and
-    // SessionReset both mean the path is not to be used.
+    // SessionReset both mean the path is not to be used. ORIGIN and AS_PATH are mandatory for
+    // every announcement and RIB entry, NEXT_HOP for IPv4 ones without MP_REACH_NLRI (RIB dumps
+    // drop it for IPv6); a RIB entry with no attribute at all is the dumping router's own route
+    // and stays usable.
     ErrorAction action = ErrorAction::None;
 
     bool withdrawal() const noexcept {

@@ -116,6 +116,20 @@ TEST(InputFile, DamageIsAnErrorNamingFileAndOffsetAfterTheGoodBytes) {
     }
 }
 
+TEST(InputFile, BytesBeforeAnErrorComeOutBeforeIt) {
+    TempDir tmp;
+    const Bytes data = sampleData(300 * 1000, 4);
+    const Bytes gz = gzipBytes(data);
+    writeFile(tmp.path("cut.gz"), Bytes(gz.begin(), gz.begin() + long(gz.size() / 2)));
+    auto in = InputFile::open(tmp.path("cut.gz"));
+    Bytes buf(data.size());
+    const size_t n = in->read(buf.data(), buf.size());
+    EXPECT_GT(n, data.size() / 4);
+    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + long(n), data.begin()));
+    EXPECT_THROW(in->read(buf.data(), buf.size()), ReadError);
+    EXPECT_THROW(in->read(buf.data(), buf.size()), ReadError);
+}
+
 TEST(InputFile, MissingFileIsAnErrorNamingIt) {
     try {
         InputFile::open("/nonexistent/census/file.gz");
