@@ -4,7 +4,8 @@
 //
 // Memory: a list is a 28-byte header plus 4 bytes per cluster id in one store block (the id count
 // lives in the handle's user-data bits), so lists of 1 and 4 ids take 32 and 48 bytes. The loop
-// caches are a second store block, made on the first loop check.
+// caches are a second store block, made on the first loop check: short arrays scanned in order,
+// sized for the few local cluster ids a reflector asks about (32 bytes for the first two answers).
 #pragma once
 
 #include "Keel/DedupHandleBase.h"
