@@ -1,5 +1,5 @@
 // The PMSI tunnel attribute (type 22): which provider tunnel carries a route's multicast traffic.
-//   auto t = pmsiTunnelIngressReplicationFactory(PmsiTunnel::Flags(), 3, Orvnet::IpAddr::...);
+//   auto t = pmsiTunnelIngressReplicationFactory(PmsiTunnel::Flags(), 3, endpointAddr);
 //   t->serialize();  t->toStrepForUI();   // "Ingress Replication, MPLS Label: 3, ..."
 //
 // One interned class per shape of tunnel identifier: opaque bytes (PmsiTunnelGeneral), PIM sender
@@ -223,7 +223,8 @@ protected:
 private:
     Flags flags_;
     TunnelType tunnelType_;
-    uint32_t mplsLabel_; // 20 significant bits
+    // 20 significant bits on the wire; higher bits are kept and compared as given, not written.
+    uint32_t mplsLabel_;
 };
 
 std::ostream& operator<<(std::ostream& os, const PmsiTunnel& t);
