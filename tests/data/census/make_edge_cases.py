@@ -124,6 +124,16 @@ entries = struct.pack('>HIH', 0, T, len(a1)) + a1 + struct.pack('>HIH', 1, T, le
 recs.append(mrt(T + 12, 13, 2, struct.pack('>IB', 1, 22) + ip4('198.51.100.0')[:3] + struct.pack('>H', 2) + entries))
 entries = struct.pack('>HIH', 1, T, len(a2)) + a2
 recs.append(mrt(T + 13, 13, 4, struct.pack('>IB', 2, 32) + ip6('2001:db8:9::')[:4] + struct.pack('>H', 1) + entries))
+# 10b. Add-path RIB entries (RFC 8050) with large path identifiers, IPv4 and IPv6.
+entries = struct.pack('>HII', 0, T, 4000000001) + struct.pack('>H', len(a1)) + a1 + struct.pack('>HII', 1, T, 70000) + struct.pack('>H', len(a2)) + a2
+recs.append(mrt(T + 13, 13, 8, struct.pack('>IB', 3, 24) + ip4('192.0.2.0')[:3] + struct.pack('>H', 2) + entries))
+entries = struct.pack('>HII', 1, T, 4294967295) + struct.pack('>H', len(a2)) + a2
+recs.append(mrt(T + 13, 13, 10, struct.pack('>IB', 4, 48) + ip6('2001:db8:a::')[:6] + struct.pack('>H', 1) + entries))
+# 10c. Add-path MP_REACH/MP_UNREACH for IPv6 over an IPv6 session.
+mp = struct.pack('>HBB', 2, 1, 16) + ip6('2001:db8::1') + b'\x00' + pfx('2001:db8:1::/48', 3000000000) + pfx('2001:db8:1::/48', 1)
+mpu = struct.pack('>HB', 2, 1) + pfx('2001:db8:3::/48', 77)
+a = ORIGIN(0) + attr(0x40, 2, seg(2, [64496], 4)) + attr(0x80, 15, mpu) + attr(0x80, 14, mp)
+recs.append(mrt(T + 13, 16, 9, bgp4mp(4, 64496, 64511, '2001:db8::a', '2001:db8::b', update(b'', a), v6=True)))
 # 11. TABLE_DUMP (v1) IPv6 entry with a 2-byte path and an abbreviated next hop.
 a = ORIGIN(0) + attr(0x40, 2, seg(2, [64496, 64497], 2)) + attr(0x80, 14, bytes([16]) + ip6('2001:db8::c'))
 recs.append(mrt(T + 14, 12, 2, struct.pack('>HH', 0, 1) + ip6('2001:db8:c::') + struct.pack('>BBI', 48, 1, T) + ip6('2001:db8::c') + struct.pack('>HH', 64496, len(a)) + a))
