@@ -1,0 +1,885 @@
+// Tunnel encapsulation: wire forms against hand-written vectors, interning rules (order, the narrow
+// unparsed-TLV identity), tables and their forms, text forms, store read-back, assertion texts,
+// tshark decoding, and interning from several threads.
+#include "OrvBgp/BgpTunnelEncap.h"
+
+#include "Keel/HashMix.h"
+#include "Mel/Exception.h"
+#include "Mel/Reflect.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
+#include "OrvBgp/VxlanTunnelTlv.h"
+#include "support/InternContract.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <random>
+#include <sstream>
+#include <thread>
+#include <type_traits>
+#include <vector>
+
+namespace Routing::Bgp {
+namespace {
+
+using OrvTest::assertionPattern;
+using OrvTest::hexOf;
+
+const std::string unit = "OrvBgp/BgpTunnelEncap";
+
+Orvnet::IpGenAddr addr(const char* text) {
+    return Orvnet::IpGenAddr::fromString(text);
+}
+
+Mel::Bytes hex(const char* h) {
+    return Mel::Bytes::fromHex(h);
+}
+
+const std::map<std::string, Mel::Bytes>& vectors() {
+    static const auto v = OrvTest::attrWireVectors("TunnelEncap");
+    return v;
+}
+
+Mel::PtrConst<UnparsedSubTlv> subTlv(uint8_t type, const char* data) {
+    return UnparsedSubTlv::intern(UnparsedSubTlvContent(type, hex(data)));
+}
+
+Mel::PtrConst<TunnelEncapTlvUnparsed> unparsed(uint16_t type, const char* data,
+                                               const Mel::PtrConst<EndpointSubTlv>& ep = {}) {
+    TunnelEncapTlvUnparsedContent c(type, hex(data));
+    c.endpointIs(ep);
+    return TunnelEncapTlvUnparsed::intern(c);
+}
+
+Mel::PtrConst<VxlanTunnelTlv> vxlan(const char* endpoint, const Mel::PtrConst<ColorSubTlv>& color,
+                                    std::vector<Mel::PtrConst<UnparsedSubTlv>> extra = {}) {
+    VxlanTunnelTlvContent c;
+    if (endpoint) c.endpointIs(EndpointSubTlv::intern(addr(endpoint)));
+    c.colorIs(color);
+    for (const auto& s : extra)
+        c.unparsedSubTlvIs(s);
+    return VxlanTunnelTlv::intern(c);
+}
+
+Mel::PtrConst<TunnelEncap>
+attribute(std::initializer_list<Mel::PtrConst<TunnelEncapTlvBase>> tlvs) {
+    TunnelEncapContent c;
+    for (const auto& t : tlvs)
+        c.tunnelTlvIs(t);
+    return TunnelEncap::intern(c);
+}
+
+std::string text(const TunnelEncap* t) {
+    std::ostringstream os;
+    os << t;
+    return os.str();
+}
+
+// ---- Interning contract ------------------------------------------------------------------------
+
+struct UnparsedTlvTraits {
+    using Object = TunnelEncapTlvUnparsed;
+    static TunnelEncapTlvUnparsedContent content(int i) {
+        // Types, stored lengths and data all vary; i and i + 1 differ in at least one.
+        return TunnelEncapTlvUnparsedContent(uint16_t(100 + i % 4), uint16_t(i / 4),
+                                             Mel::Bytes(std::vector<uint8_t>(size_t(i % 3), 7)));
+    }
+    static Mel::PtrConst<TunnelEncapTlvUnparsed> intern(const TunnelEncapTlvUnparsedContent& c) {
+        return TunnelEncapTlvUnparsed::intern(c);
+    }
+    static size_t tableSize() { return TunnelEncapTlvUnparsedDedupTable::instance().size(); }
+};
+
+struct VxlanTraits {
+    using Object = VxlanTunnelTlv;
+    static VxlanTunnelTlvContent content(int i) {
+        VxlanTunnelTlvContent c;
+        c.endpointIs(
+            EndpointSubTlv::intern(Orvnet::IpAddr::fromHostOrder(0xc6336400 + uint32_t(i / 2))));
+        if (i % 2) c.colorIs(ColorSubTlv::intern(uint32_t(i)));
+        return c;
+    }
+    static Mel::PtrConst<VxlanTunnelTlv> intern(const VxlanTunnelTlvContent& c) {
+        return VxlanTunnelTlv::intern(c);
+    }
+    static size_t tableSize() { return VxlanTunnelTlvDedupTable::instance().size(); }
+};
+
+struct TunnelEncapTraits {
+    using Object = TunnelEncap;
+    // 0 is the empty attribute; others hold 1 to 8 TLVs, from a run of stored lengths that
+    // starts at a multiple of 8.
+    static TunnelEncapContent content(int i) {
+        TunnelEncapContent c;
+        if (i == 0) return c;
+        const int count = 1 + (i - 1) % 8, first = 8 * ((i - 1) / 8);
+        for (int k = 0; k < count; ++k)
+            c.tunnelTlvIs(TunnelEncapTlvUnparsed::intern(
+                TunnelEncapTlvUnparsedContent(2, uint16_t(first + k), Mel::Bytes())));
+        return c;
+    }
+    static Mel::PtrConst<TunnelEncap> intern(const TunnelEncapContent& c) {
+        return TunnelEncap::intern(c);
+    }
+    static size_t tableSize() { return TunnelEncapDedupTable::instance().size(); }
+};
+
+struct EndpointTraits {
+    using Object = EndpointSubTlv;
+    static EndpointSubTlvContent content(int i) {
+        if (i == 0) return EndpointSubTlvContent();
+        return EndpointSubTlvContent(
+            i % 2 ? Orvnet::IpGenAddr(Orvnet::IpAddr::fromHostOrder(0x0a000000 + uint32_t(i)))
+                  : addr(("2001:db8::" + std::to_string(i)).c_str()));
+    }
+    static Mel::PtrConst<EndpointSubTlv> intern(const EndpointSubTlvContent& c) {
+        return EndpointSubTlv::intern(c);
+    }
+    static size_t tableSize() { return EndpointSubTlvDedupTable::instance().size(); }
+};
+
+struct ColorTraits {
+    using Object = ColorSubTlv;
+    static ColorSubTlvContent content(int i) {
+        return ColorSubTlvContent(uint32_t(i / 2), uint16_t(i % 2));
+    }
+    static Mel::PtrConst<ColorSubTlv> intern(const ColorSubTlvContent& c) {
+        return ColorSubTlv::intern(c);
+    }
+    static size_t tableSize() { return ColorSubTlvDedupTable::instance().size(); }
+};
+
+struct UnparsedSubTlvTraits {
+    using Object = UnparsedSubTlv;
+    static UnparsedSubTlvContent content(int i) {
+        return UnparsedSubTlvContent(uint8_t(120 + i % 16), uint16_t(i / 16),
+                                     Mel::Bytes(std::vector<uint8_t>(size_t(i / 16), 1)));
+    }
+    static Mel::PtrConst<UnparsedSubTlv> intern(const UnparsedSubTlvContent& c) {
+        return UnparsedSubTlv::intern(c);
+    }
+    static size_t tableSize() { return UnparsedSubTlvDedupTable::instance().size(); }
+};
+
+using TunnelEncapTypes = ::testing::Types<UnparsedTlvTraits, VxlanTraits, TunnelEncapTraits,
+                                          EndpointTraits, ColorTraits, UnparsedSubTlvTraits>;
+INSTANTIATE_TYPED_TEST_SUITE_P(TunnelEncap, InternContract, TunnelEncapTypes);
+
+// ---- Wire forms --------------------------------------------------------------------------------
+
+TEST(TunnelEncapWire, AttributesMatchVectors) {
+    auto colored = ColorSubTlv::intern(ColorSubTlvContent(7, 0x0001));
+    auto encaps = subTlv(1, "80000064 000000000000 0000");
+    const std::pair<const char*, Mel::PtrConst<TunnelEncap>> cases[] = {
+        {"empty", attribute({})},
+        {"unparsed_gre", attribute({unparsed(2, "7f03aabbcc c80003ddeeff")})},
+        {"two_tlvs_ab", attribute({unparsed(2, "7f01aa"), unparsed(9, "")})},
+        {"two_tlvs_ba", attribute({unparsed(9, ""), unparsed(2, "7f01aa")})},
+        {"vxlan_v4_color", attribute({vxlan("192.0.2.1", ColorSubTlv::intern(100))})},
+        {"vxlan_v6", attribute({vxlan("2001:db8::1", nullptr)})},
+        {"vxlan_full", attribute({vxlan("10.0.0.1", colored, {encaps})})},
+        {"vxlan_empty", attribute({vxlan(nullptr, nullptr)})},
+    };
+    for (const auto& [name, attr] : cases) {
+        SCOPED_TRACE(name);
+        EXPECT_EQ(hexOf(attr->serialize()), hexOf(vectors().at(name)));
+    }
+}
+
+// The stored length goes on the wire even where it disagrees with the data; the endpoint and
+// unparsed sub-TLVs of an unparsed TLV's content are not written (its bytes already hold them).
+TEST(TunnelEncapWire, UnparsedTlvWritesStoredLengthAndRawBytesOnly) {
+    TunnelEncapTlvUnparsedContent c(2, 5, hex("010203"));
+    c.endpointIs(EndpointSubTlv::intern(addr("192.0.2.1")));
+    c.unparsedSubTlvIs(subTlv(200, "ff"));
+    auto tlv = TunnelEncapTlvUnparsed::intern(c);
+    EXPECT_EQ(hexOf(tlv->serialize()), "00 02 00 05 01 02 03");
+    EXPECT_EQ(hexOf(attribute({tlv})->serialize()), hexOf(vectors().at("unparsed_len_kept")));
+}
+
+TEST(TunnelEncapWire, SubTlvLengthWidthFollowsTheTypesHighBit) {
+    EXPECT_EQ(hexOf(subTlv(127, "aabbcc")->serialize()), hexOf(vectors().at("subtlv_127")));
+    EXPECT_EQ(hexOf(subTlv(128, "aabbcc")->serialize()), hexOf(vectors().at("subtlv_128")));
+    auto len300 = [](uint8_t type) {
+        return UnparsedSubTlv::intern(UnparsedSubTlvContent(type, 300, Mel::Bytes()))->serialize();
+    };
+    EXPECT_EQ(hexOf(len300(127)), hexOf(vectors().at("subtlv_127_len300")));
+    EXPECT_EQ(hexOf(len300(128)), hexOf(vectors().at("subtlv_128_len300")));
+    EXPECT_EQ(hexOf(Mel::Bytes(SerializedBgpTunnelEncapSubTlv(255, 0x1234).bytes())), "ff 12 34");
+    EXPECT_EQ(hexOf(Mel::Bytes(SerializedBgpTunnelEncapSubTlv(0, 0x1234).bytes())), "00 34");
+    EXPECT_EQ(hexOf(Mel::Bytes(SerializedBgpTunnelEncap(0xabcd, 0x0102).bytes())), "ab cd 01 02");
+    EXPECT_EQ(subTlv(127, "aabbcc")->serializedSize(), 5u);
+    EXPECT_EQ(subTlv(128, "aabbcc")->serializedSize(), 6u);
+}
+
+TEST(TunnelEncapWire, EndpointAndColorSubTlvs) {
+    EXPECT_EQ(hexOf(EndpointSubTlv::intern(Orvnet::IpGenAddr())->serialize()),
+              hexOf(vectors().at("endpoint_none")));
+    EXPECT_EQ(EndpointSubTlv::intern(addr("2001:db8::1"))->subTlvLen(), 22);
+    EXPECT_EQ(hexOf(ColorSubTlv::intern(ColorSubTlvContent(0xfedcba98, 0x8000))->serialize()),
+              "04 08 03 0b 80 00 fe dc ba 98");
+}
+
+TEST(TunnelEncapWire, MoreThan255BytesTakesTheExtendedLength) {
+    std::vector<uint8_t> data(290);
+    for (size_t i = 0; i < data.size(); ++i)
+        data[i] = uint8_t(i);
+    TunnelEncapContent c;
+    TunnelEncapTlvUnparsedContent tlv(2, Mel::Bytes());
+    // The raw value: one 290-byte sub-TLV of type 200, header included.
+    std::vector<uint8_t> raw = {0xc8, 0x01, 0x22};
+    raw.insert(raw.end(), data.begin(), data.end());
+    tlv.tunnelTlvDataIs(Mel::Bytes(raw));
+    tlv.tlvLenIs(uint16_t(raw.size()));
+    c.tunnelTlvIs(TunnelEncapTlvUnparsed::intern(tlv));
+    EXPECT_EQ(hexOf(TunnelEncap::intern(c)->serialize()), hexOf(vectors().at("long_extended")));
+
+    // The same bytes from a VXLAN TLV carrying the sub-TLV as unparsed.
+    VxlanTunnelTlvContent v;
+    v.unparsedSubTlvIs(UnparsedSubTlv::intern(UnparsedSubTlvContent(200, Mel::Bytes(data))));
+    auto vx = VxlanTunnelTlv::intern(v);
+    EXPECT_EQ(vx->valueLength(), raw.size());
+    const Mel::Bytes b = attribute({vx})->serialize();
+    EXPECT_EQ(hexOf(Mel::Bytes(b.data(), 8)), "d0 17 01 29 00 08 01 25");
+}
+
+TEST(TunnelEncapWire, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
+    auto t = attribute({unparsed(2, "7f01aa"), vxlan("192.0.2.1", nullptr)});
+    const Mel::Bytes quiet = t->serialize();
+    OrvTest::TraceCapture at5(5);
+    EXPECT_EQ(t->serialize(), quiet);
+    EXPECT_EQ(at5.lines, (std::vector<std::string>{
+                             "Serializing: TunnelEncap::serialize()",
+                             "Serializing: TunnelEncap::serialize() for tunnelType 2",
+                             "Serializing: TunnelEncapTlvUnparsed::serialize()",
+                             "Serializing: TunnelEncap::serialize() for tunnelType 8",
+                             "Serializing: VxlanTunnelTlv::serialize()",
+                         }));
+    OrvTest::TraceCapture at4(4);
+    t->serialize();
+    EXPECT_TRUE(at4.lines.empty());
+}
+
+// ---- Interning rules ---------------------------------------------------------------------------
+
+TEST(TunnelEncapInterning, OrderOfTlvsMakesAnotherAttribute) {
+    auto a = unparsed(2, "7f01aa");
+    auto b = unparsed(9, "");
+    auto ab = attribute({a, b});
+    auto ba = attribute({b, a});
+    EXPECT_NE(ab.get(), ba.get());
+    EXPECT_FALSE(ab->compare(ba.get()));
+    EXPECT_EQ(attribute({a, b}).get(), ab.get());
+    EXPECT_FALSE(tunnelEncapCompareImpl(ab->content(), ba->content()));
+    EXPECT_TRUE(tunnelEncapCompareImpl(ab->content(), ab->content()));
+    EXPECT_TRUE(tunnelEncapCompareImpl(TunnelEncapContent(), TunnelEncapContent()));
+    EXPECT_FALSE(tunnelEncapCompareImpl(ab->content(), attribute({a})->content()));
+    // The same TLV twice is a list of two.
+    auto aa = attribute({a, a});
+    EXPECT_EQ(aa->tunnelTlvs(), 2u);
+    EXPECT_NE(aa.get(), attribute({a}).get());
+}
+
+TEST(TunnelEncapInterning, UnparsedTlvIgnoresEndpointAndSubTlvs) {
+    auto ep1 = EndpointSubTlv::intern(addr("192.0.2.1"));
+    auto ep2 = EndpointSubTlv::intern(addr("192.0.2.2"));
+    TunnelEncapTlvUnparsedContent c1(77, hex("0102"));
+    c1.endpointIs(ep1);
+    TunnelEncapTlvUnparsedContent c2(77, hex("0102"));
+    c2.endpointIs(ep2);
+    c2.unparsedSubTlvIs(subTlv(3, "00"));
+    // The contents differ, but their hashes and the interned object do not.
+    EXPECT_FALSE(c1 == c2);
+    EXPECT_EQ(c1.hash(), c2.hash());
+    auto t1 = TunnelEncapTlvUnparsed::intern(c1);
+    auto t2 = TunnelEncapTlvUnparsed::intern(c2);
+    EXPECT_EQ(t1.get(), t2.get());
+    EXPECT_EQ(t2->endpoint(), ep1.get()); // the first one's
+    EXPECT_EQ(t2->unparsedSubTlvs(), 0u);
+    EXPECT_EQ(t1->content(), c1);
+    // Type, length or data apart: another object.
+    EXPECT_NE(unparsed(78, "0102").get(), t1.get());
+    EXPECT_NE(TunnelEncapTlvUnparsed::intern({77, 3, hex("0102")}).get(), t1.get());
+    EXPECT_NE(unparsed(77, "0103").get(), t1.get());
+}
+
+TEST(TunnelEncapInterning, VxlanTlvIdentityCoversEverySubTlv) {
+    auto red = ColorSubTlv::intern(1);
+    auto base = vxlan("192.0.2.1", red);
+    EXPECT_EQ(vxlan("192.0.2.1", red).get(), base.get());
+    EXPECT_NE(vxlan("192.0.2.2", red).get(), base.get());
+    EXPECT_NE(vxlan("192.0.2.1", ColorSubTlv::intern(2)).get(), base.get());
+    EXPECT_NE(vxlan("192.0.2.1", nullptr).get(), base.get());
+    auto withSub = vxlan("192.0.2.1", red, {subTlv(1, "00")});
+    EXPECT_NE(withSub.get(), base.get());
+    EXPECT_NE(vxlan("192.0.2.1", red, {subTlv(1, "01")}).get(), withSub.get());
+    EXPECT_EQ(vxlan("192.0.2.1", red, {subTlv(1, "00")}).get(), withSub.get());
+    // The tunnel type comes from the class, whatever the content held.
+    VxlanTunnelTlvContent c = base->content();
+    c.tunnelTypeIs(3);
+    EXPECT_EQ(VxlanTunnelTlv::intern(c).get(), base.get());
+    EXPECT_EQ(withSub->content().unparsedSubTlvs(), 1u);
+}
+
+TEST(TunnelEncapInterning, FactoriesBuildObjectsThatDedupJoins) {
+    auto interned = unparsed(40, "aa");
+    auto loose = tunnelEncapTlvUnparsedFactory({40, hex("aa")});
+    EXPECT_FALSE(loose->everDeduped());
+    auto* table = &TunnelEncapTlvUnparsedDedupTable::instance();
+    EXPECT_EQ(loose->dedup(table).get(), interned.get());
+    EXPECT_FALSE(loose->everDeduped());
+
+    auto fresh = tunnelEncapTlvUnparsedFactory({41, hex("aa")});
+    auto canonical = fresh->dedup(table);
+    EXPECT_EQ(canonical.get(), fresh.get());
+    EXPECT_TRUE(fresh->isDeduped());
+    EXPECT_EQ(fresh->dedup(table).get(), fresh.get()); // already in: itself
+    EXPECT_EQ(unparsed(41, "aa").get(), fresh.get());
+
+    TunnelEncapContent c;
+    c.tunnelTlvIs(interned);
+    auto attr = tunnelEncapFactory(c);
+    EXPECT_FALSE(attr->everDeduped());
+    auto* encaps = &TunnelEncapDedupTable::instance();
+    auto in = attr->dedup(encaps);
+    EXPECT_EQ(in.get(), attr.get());
+    EXPECT_EQ(TunnelEncap::dedupContent(encaps, c).get(), attr.get());
+    EXPECT_EQ(TunnelEncap::TunnelEncapIs(c)->dedup(encaps).get(), attr.get());
+
+    auto v = vxlanTunnelTlvFactory(VxlanTunnelTlvContent());
+    EXPECT_EQ(v->dedup(&VxlanTunnelTlvDedupTable::instance()).get(), vxlan(nullptr, nullptr).get());
+}
+
+// Tables made by the factories take the process flag at the time they are made; a table of its
+// own interns apart from the default one.
+TEST(TunnelEncapInterning, TablesFromFactoriesFollowTheThreadingFlag) {
+    const bool before = Keel::multiThreadedOrvbgp();
+    Keel::multiThreadedOrvbgpIs(false);
+    auto single = tunnelEncapDedupTableFactory();
+    auto singleTlvs = tunnelEncapTlvUnparsedDedupTableFactory();
+    Keel::multiThreadedOrvbgpIs(true);
+    auto multi = tunnelEncapDedupTableFactory();
+    auto multiVxlan = vxlanTunnelTlvDedupTableFactory();
+    Keel::multiThreadedOrvbgpIs(before);
+    EXPECT_FALSE(single->multiThreaded());
+    EXPECT_FALSE(singleTlvs->multiThreaded());
+    EXPECT_TRUE(multi->multiThreaded());
+    EXPECT_TRUE(multiVxlan->multiThreaded());
+
+    const TunnelEncapTlvUnparsedContent c(2, hex("0a0b"));
+    auto own = TunnelEncapTlvBase::dedupContent(singleTlvs.get(), c, c.hash());
+    EXPECT_EQ(TunnelEncapTlvBase::dedupContent(singleTlvs.get(), c, c.hash()).get(), own.get());
+    EXPECT_NE(own.get(), TunnelEncapTlvUnparsed::intern(c).get());
+    EXPECT_EQ(singleTlvs->size(), 1u);
+
+    TunnelEncapContent ec;
+    ec.tunnelTlvIs(own);
+    auto a = TunnelEncap::dedupContent(single.get(), ec);
+    EXPECT_EQ(TunnelEncap::dedupContent(single.get(), ec).get(), a.get());
+    auto b = TunnelEncap::dedupContent(multi.get(), ec);
+    EXPECT_NE(b.get(), a.get());
+    EXPECT_EQ(b->tunnelTlv(0), own.get());
+    EXPECT_EQ(single->size(), 1u);
+    EXPECT_EQ(multi->size(), 1u);
+}
+
+TEST(TunnelEncapInterning, ReleasingTheAttributeReleasesItsTlvsAndSubTlvs) {
+    const auto live = [] {
+        return std::vector<int64_t>{TunnelEncap::melStashTypeStats().objects.load(),
+                                    VxlanTunnelTlv::melStashTypeStats().objects.load(),
+                                    TunnelEncapTlvUnparsed::melStashTypeStats().objects.load(),
+                                    EndpointSubTlv::melStashTypeStats().objects.load(),
+                                    ColorSubTlv::melStashTypeStats().objects.load(),
+                                    UnparsedSubTlv::melStashTypeStats().objects.load()};
+    };
+    const auto before = live();
+    {
+        TunnelEncapTlvUnparsedContent u(300, hex("99"));
+        u.endpointIs(EndpointSubTlv::intern(addr("203.0.113.9")));
+        u.unparsedSubTlvIs(subTlv(250, "99"));
+        auto attr =
+            attribute({TunnelEncapTlvUnparsed::intern(u),
+                       vxlan("203.0.113.8", ColorSubTlv::intern(0x99999), {subTlv(251, "")})});
+        EXPECT_NE(live(), before);
+    }
+    EXPECT_EQ(live(), before);
+}
+
+// ---- Vocabulary --------------------------------------------------------------------------------
+
+TEST(TunnelEncapTypes, TunnelTypeConversions) {
+    const std::pair<unsigned, const char*> named[] = {{4, "ipsec"},      {8, "vxlan"},
+                                                      {15, "srTe"},      {22, "dps"},
+                                                      {24, "dpsPolicy"}, {65536, "unknown"}};
+    for (const auto& [value, name] : named) {
+        SCOPED_TRACE(name);
+        const TunnelEncapTunnelType t = TunnelEncapTunnelTypeInstance(value);
+        EXPECT_EQ(uint32_t(t), value);
+        EXPECT_EQ(TunnelEncapTunnelTypeInstance(std::string_view(name)), t);
+        EXPECT_EQ(stringValue(t), name);
+        EXPECT_EQ(valueToStrep(t), std::string("'") + name + "'");
+        EXPECT_EQ(strepToTunnelEncapTunnelType(valueToStrep(t)), t);
+        std::ostringstream os;
+        os << t;
+        EXPECT_EQ(os.str(), name);
+    }
+    EXPECT_THROW(TunnelEncapTunnelTypeInstance(2u), Mel::RangeException);
+    EXPECT_THROW(TunnelEncapTunnelTypeInstance(65535u), Mel::RangeException);
+    EXPECT_THROW(TunnelEncapTunnelTypeInstance(std::string_view("gre")), Mel::ParseException);
+    EXPECT_THROW(strepToTunnelEncapTunnelType("'gre'"), Mel::ParseException);
+    // A value without a name prints and parses as its number.
+    EXPECT_EQ(stringValue(TunnelEncapTunnelType(2)), "2");
+    EXPECT_EQ(strepToTunnelEncapTunnelType("2"), TunnelEncapTunnelType(2));
+}
+
+TEST(TunnelEncapTypes, SubTlvTypeConversions) {
+    const std::pair<unsigned, const char*> named[] = {
+        {0, "reserved"},    {4, "color"},       {6, "endpoint"},   {8, "udpPort"},
+        {12, "preference"}, {13, "bindingSid"}, {14, "enlp"},      {128, "segmentList"},
+        {192, "wanId"},     {193, "bytes"},     {194, "ipsecDim"}, {195, "ipsecKeyData"},
+        {196, "ipsecSa"}};
+    int count = 0;
+    for (unsigned v = 0; v < 256; ++v) {
+        try {
+            TunnelEncapSubTlvTypeInstance(v);
+            ++count;
+        } catch (const Mel::RangeException&) {
+        }
+    }
+    EXPECT_EQ(count, 13);
+    for (const auto& [value, name] : named) {
+        SCOPED_TRACE(name);
+        const TunnelEncapSubTlvType t = TunnelEncapSubTlvTypeInstance(value);
+        EXPECT_EQ(unsigned(t), value);
+        EXPECT_EQ(TunnelEncapSubTlvTypeInstance(std::string_view(name)), t);
+        EXPECT_EQ(stringValue(t), name);
+        EXPECT_EQ(strepToTunnelEncapSubTlvType(valueToStrep(t)), t);
+        std::ostringstream os;
+        os << t;
+        EXPECT_EQ(os.str(), name);
+    }
+    EXPECT_THROW(TunnelEncapSubTlvTypeInstance(256u), Mel::RangeException);
+    EXPECT_THROW(TunnelEncapSubTlvTypeInstance(std::string_view("Color")), Mel::ParseException);
+    EXPECT_THROW(strepToTunnelEncapSubTlvType("256"), Mel::ParseException);
+    EXPECT_EQ(stringValue(TunnelEncapSubTlvType(200)), "200");
+}
+
+// `unknown` lies outside the 16 bits a TLV's type has: it can be neither stored nor read back.
+TEST(TunnelEncapTypes, UnknownTunnelTypeCannotBeCarried) {
+    static_assert(std::is_same_v<decltype(TunnelEncapTlvContentBase().tunnelType()), uint16_t>);
+    static_assert(
+        std::is_same_v<decltype(std::declval<TunnelEncapTlvBase&>().tunnelType()), uint16_t>);
+    EXPECT_GT(uint32_t(TunnelEncapTunnelType::unknown), 0xffffu);
+    EXPECT_THROW(Mel::strepToValue<TunnelEncapTlvContentBase>(
+                     "Value('Routing::Bgp::TunnelEncapTlvContentBase', ** {'tunnelType': 65536})"),
+                 Mel::ParseException);
+    EXPECT_EQ(Mel::strepToValue<TunnelEncapTlvContentBase>(
+                  "Value('Routing::Bgp::TunnelEncapTlvContentBase', ** {'tunnelType': 65535})")
+                  .tunnelType(),
+              65535);
+}
+
+// ---- Contents ----------------------------------------------------------------------------------
+
+TEST(TunnelEncapContents, EqualityAndOrderOfTlvContents) {
+    auto ep = EndpointSubTlv::intern(addr("192.0.2.1"));
+    TunnelEncapTlvContentBase a(8), b(8), c(9);
+    EXPECT_TRUE(a == b);
+    b.endpointIs(ep);
+    EXPECT_FALSE(a == b);
+    EXPECT_TRUE(a < b); // null endpoint first
+    EXPECT_FALSE(b < a);
+    EXPECT_TRUE(b < c); // type before endpoint
+    EXPECT_FALSE(c < b);
+    a.unparsedSubTlvIs(subTlv(1, "00"));
+    a.endpointIs(ep);
+    EXPECT_TRUE(a == b); // unparsed sub-TLVs take no part
+    EXPECT_FALSE(a < b || b < a);
+
+    TunnelEncapTlvUnparsedContent u1(2, 3, hex("ff")), u2(2, 4, hex("00")), u3(2, 4, hex("01"));
+    EXPECT_TRUE(u1 < u2); // tlvLen before data
+    EXPECT_TRUE(u2 < u3);
+    EXPECT_FALSE(u3 < u2);
+    EXPECT_FALSE(u2 == u3);
+    EXPECT_TRUE(u3 == TunnelEncapTlvUnparsedContent(2, 4, hex("01")));
+    TunnelEncapTlvUnparsedContent u4(1, 9, hex("ff"));
+    EXPECT_TRUE(u4 < u1); // the base order comes first
+
+    TunnelEncapContent e1, e2;
+    e1.tunnelTlvIs(unparsed(2, "01"));
+    EXPECT_FALSE(e1 < e2);
+    EXPECT_FALSE(e2 < e1);
+    EXPECT_FALSE(e1 == e2);
+    e2.tunnelTlvIs(unparsed(2, "01"));
+    EXPECT_TRUE(e1 == e2);
+}
+
+TEST(TunnelEncapContents, HashesMixWhatTheirEqualityLooksAt) {
+    TunnelEncapContent empty;
+    EXPECT_EQ(empty.hash(), Keel::HashMix().result());
+    TunnelEncapContent ab, ba;
+    ab.tunnelTlvIs(unparsed(2, "01"));
+    ab.tunnelTlvIs(unparsed(3, "01"));
+    ba.tunnelTlvIs(unparsed(3, "01"));
+    ba.tunnelTlvIs(unparsed(2, "01"));
+    EXPECT_NE(ab.hash(), ba.hash());
+    EXPECT_EQ(attribute({unparsed(2, "01"), unparsed(3, "01")})->hash(), ab.hash());
+    // Empty data hashes as 0, so an empty TLV differs from one whose data hash is anything else.
+    Keel::HashMix m;
+    m.hashMix(uint16_t(5));
+    m.hashMix(uint16_t(0));
+    m.hashMix(uint32_t(0));
+    EXPECT_EQ(TunnelEncapTlvUnparsedContent(5, Mel::Bytes()).hash(), m.result());
+}
+
+TEST(TunnelEncapContents, IndexOutOfRangeAndUninternedTlvsAreProgrammingErrors) {
+    TunnelEncapContent c;
+    EXPECT_DEATH(c.tunnelTlv(0), assertionPattern(unit, "i < tunnelTlv_.size()"));
+    auto loose = tunnelEncapTlvUnparsedFactory({2, hex("01")});
+    EXPECT_DEATH(c.tunnelTlvIs(loose), "Assertion");
+    EXPECT_DEATH(c.tunnelTlvIs(nullptr), assertionPattern(unit, "tlv"));
+    auto attr = attribute({unparsed(2, "01")});
+    EXPECT_DEATH(attr->tunnelTlv(1), assertionPattern(unit, "i < count_"));
+}
+
+// ---- Text forms --------------------------------------------------------------------------------
+
+TEST(TunnelEncapText, AttributeStreamForms) {
+    EXPECT_EQ(text(nullptr), "NULL");
+    EXPECT_EQ(text(attribute({}).get()), "<#Tlvs=0  >");
+    auto one = attribute({TunnelEncapTlvUnparsed::intern({8, 12, hex("00")})});
+    EXPECT_EQ(text(one.get()), "<#Tlvs=1 Tlv#0 {T=8 L=12} >");
+    EXPECT_EQ(one->toStrep(), text(one.get()));
+    std::ostringstream os;
+    os << one->content();
+    EXPECT_EQ(os.str(), text(one.get()));
+    auto two = attribute({unparsed(2, "7f01aa"), vxlan("192.0.2.1", ColorSubTlv::intern(100))});
+    EXPECT_EQ(text(two.get()),
+              "<#Tlvs=2 Tlv#0 {T=2 L=3}Tlv#1 {T=8 L=22 Endpoint=192.0.2.1 Color=100} >");
+}
+
+TEST(TunnelEncapText, TlvAndSubTlvStreamForms) {
+    auto v = vxlan(nullptr, ColorSubTlv::intern(ColorSubTlvContent(5, 0x4001)),
+                   {subTlv(1, "abcd"), subTlv(200, "")});
+    EXPECT_EQ(v->toStrep(), "T=8 L=17 Color=5,flags=0x4001 #UnparsedSubTlvs=2 SubTlv#:0{T=1 L=2 "
+                            "V=0xabcd} SubTlv#:1{T=200 L=0 V=0x}");
+    EXPECT_EQ(EndpointSubTlv::intern(Orvnet::IpGenAddr())->toStrep(), "Endpoint=none");
+    EXPECT_EQ(EndpointSubTlv::intern(addr("2001:db8::1"))->toStrep(), "Endpoint=2001:db8::1");
+
+    TunnelEncapTlvContentBase none(8);
+    std::ostringstream empty;
+    unparsedSubTlvFormatDerivedType(empty, none);
+    EXPECT_EQ(empty.str(), "");
+}
+
+TEST(TunnelEncapText, ValueFormsAreExactAndParseBack) {
+    TunnelEncapTlvContentBase base(8);
+    EXPECT_EQ(Mel::valueToStrep(base),
+              "Value('Routing::Bgp::TunnelEncapTlvContentBase', ** {'tunnelType': 8, "
+              "'endpoint': None})");
+    base.endpointIs(EndpointSubTlv::intern(addr("192.0.2.1")));
+    base.unparsedSubTlvIs(subTlv(1, "00")); // not part of the form
+    const std::string baseText = Mel::valueToStrep(base);
+    EXPECT_EQ(baseText, "Value('Routing::Bgp::TunnelEncapTlvContentBase', ** {'tunnelType': 8, "
+                        "'endpoint': Value('Routing::Bgp::EndpointSubTlvContent', ** {'address': "
+                        "'192.0.2.1'})})");
+    auto back = Mel::strepToValue<TunnelEncapTlvContentBase>(baseText);
+    EXPECT_TRUE(back == base);
+    EXPECT_EQ(back.endpoint().get(), base.endpoint().get()); // read back interned
+
+    TunnelEncapTlvUnparsedContent u(2, 300, hex("c0ffee"));
+    std::ostringstream os;
+    os << u;
+    EXPECT_EQ(os.str(), "Value('Routing::Bgp::TunnelEncapTlvUnparsedContent', ** {'tunnelType': "
+                        "2, 'endpoint': None, 'tlvLen': 300, 'tunnelTlvData': 'c0ffee'})");
+    EXPECT_EQ(Mel::strepToValue<TunnelEncapTlvUnparsedContent>(os.str()), u);
+
+    VxlanTunnelTlvContent vc =
+        vxlan("10.0.0.1", ColorSubTlv::intern(ColorSubTlvContent(9, 1)))->content();
+    const std::string vText = Mel::valueToStrep(vc);
+    EXPECT_EQ(vText, "Value('Routing::Bgp::VxlanTunnelTlvContent', ** {'tunnelType': 8, "
+                     "'endpoint': Value('Routing::Bgp::EndpointSubTlvContent', ** {'address': "
+                     "'10.0.0.1'}), 'color': Value('Routing::Bgp::ColorSubTlvContent', ** "
+                     "{'flags': 1, 'color': 9})})");
+    EXPECT_TRUE(Mel::strepToValue<VxlanTunnelTlvContent>(vText) == vc);
+
+    auto s = subTlv(200, "0102");
+    EXPECT_EQ(s->valueToStrep(), "Value('Routing::Bgp::UnparsedSubTlvContent', ** {'subTlvType': "
+                                 "200, 'subTlvLen': 2, 'subTlvData': '0102'})");
+    EXPECT_EQ(Mel::strepToValue<UnparsedSubTlvContent>(s->valueToStrep()), s->content());
+    std::ostringstream sc;
+    sc << s->content();
+    EXPECT_EQ(sc.str(), s->valueToStrep());
+
+    EXPECT_THROW(Mel::strepToValue<TunnelEncapTlvContentBase>(
+                     "Value('Routing::Bgp::TunnelEncapTlvContentBase', ** {'endpoint': "
+                     "Value('Routing::Bgp::EndpointSubTlvContent', ** {'address': 'x'})})"),
+                 Mel::ParseException);
+}
+
+// ---- Store -------------------------------------------------------------------------------------
+
+TEST(TunnelEncapStore, BytesPerObject) {
+    using OrvTest::storeBytesOfOne;
+    // 16-byte header, hash, type and length, endpoint reference, counts: 32, then inline parts.
+    EXPECT_EQ(storeBytesOfOne<TunnelEncapTlvUnparsed>(
+                  [] { return unparsed(0x7001, "0102030405060708090a0b0c"); }),
+              48);
+    EXPECT_EQ(storeBytesOfOne<VxlanTunnelTlv>([] { return vxlan("198.18.0.77", nullptr); }), 32);
+    auto a = unparsed(0x7002, "");
+    auto b = unparsed(0x7003, "");
+    EXPECT_EQ(storeBytesOfOne<TunnelEncap>([&] { return attribute({a, b}); }), 32);
+    EXPECT_EQ(
+        storeBytesOfOne<EndpointSubTlv>([] { return EndpointSubTlv::intern(addr("198.18.0.78")); }),
+        40);
+    EXPECT_EQ(storeBytesOfOne<ColorSubTlv>([] { return ColorSubTlv::intern(0x7004); }), 32);
+    EXPECT_EQ(storeBytesOfOne<UnparsedSubTlv>([] { return subTlv(0x70, "010203"); }), 40);
+}
+
+class Unregistered : public TunnelEncapTlvBase {
+public:
+    uint16_t tunnelType() const override { return 1; }
+    bool compareDerived(const TunnelEncapTlvBase*) const override { return false; }
+    bool compareByContentDerived(const TunnelEncapTlvContentBase&) const override { return false; }
+    void formatDerivedType(std::ostream&) const override {}
+    Mel::Bytes serialize() const override { return {}; }
+    uint32_t hash() const override { return 0; }
+};
+
+TEST(TunnelEncapStore, DestashDispatchesOnTheStoredClass) {
+    auto* store = &MelStash::StoreManager::instance();
+    const std::vector<Mel::PtrConst<TunnelEncapTlvBase>> tlvs = {
+        unparsed(2, "7f01aa", EndpointSubTlv::intern(addr("192.0.2.5"))),
+        vxlan("192.0.2.1", ColorSubTlv::intern(100), {subTlv(1, "00")}),
+    };
+    for (const auto& t : tlvs) {
+        SCOPED_TRACE(t->toStrep());
+        const void* stored = static_cast<const Keel::DedupHandleBase*>(t.get());
+        EXPECT_EQ(TunnelEncapTlvBase::destash(stored, store).get(), t.get());
+        auto* reader = MelStash::StashReaderRegistry::readerFor<TunnelEncapTlvStashReader>(
+            typeid(*static_cast<const Keel::DedupHandleBase*>(stored)));
+        ASSERT_NE(reader, nullptr);
+        EXPECT_EQ(reader->stashSerialize(stored), t->serialize());
+        EXPECT_EQ(reader->stashStrep(stored), t->toStrep());
+    }
+    // An equal object outside the table reads back as the interned one, endpoint included.
+    auto loose = tunnelEncapTlvUnparsedFactory({2, hex("7f01aa")});
+    EXPECT_EQ(
+        TunnelEncapTlvBase::destash(static_cast<const Keel::DedupHandleBase*>(loose.get()), store)
+            .get(),
+        tlvs[0].get());
+    auto attr = attribute({tlvs[1], tlvs[0]});
+    auto looseAttr = tunnelEncapFactory(attr->content());
+    EXPECT_EQ(
+        TunnelEncap::destash(static_cast<const Keel::DedupHandleBase*>(looseAttr.get()), store)
+            .get(),
+        attr.get());
+}
+
+TEST(TunnelEncapDeathTest, StoredClassWithoutReader) {
+    Mel::PtrConst<Unregistered> u(new Unregistered);
+    EXPECT_DEATH(TunnelEncapTlvBase::destash(static_cast<const Keel::DedupHandleBase*>(u.get()),
+                                             &MelStash::StoreManager::instance()),
+                 assertionPattern(unit, "nullptr != reader"));
+}
+
+// ---- Assertions --------------------------------------------------------------------------------
+
+class NoType : public Unregistered {
+public:
+    uint16_t tunnelType() const override { return TunnelEncapTlvBase::tunnelType(); }
+};
+
+TEST(TunnelEncapDeathTest, BaseTunnelTypeMustBeOverridden) {
+    Mel::PtrConst<NoType> t(new NoType);
+    EXPECT_DEATH(t->tunnelType(),
+                 assertionPattern(unit, "0 && \"Need to be implemented by derived classes\""));
+}
+
+class NullTlvTable : public TunnelEncapTlvDedupTableBase {
+public:
+    NullTlvTable() : TunnelEncapTlvDedupTableBase("NullTlvTable") {}
+    TunnelEncapTlvBase*
+    allocateTunEncapTlvContent(const TunnelEncapTlvContentBase&) const override {
+        return nullptr;
+    }
+};
+
+class NullAttrTable : public TunnelEncapDedupTable {
+public:
+    TunnelEncap* allocateTunnelEncapContent(const TunnelEncapContent&) const override {
+        return nullptr;
+    }
+};
+
+TEST(TunnelEncapDeathTest, InterningThatYieldsNoObject) {
+    EXPECT_DEATH(
+        {
+            NullTlvTable table;
+            const TunnelEncapTlvUnparsedContent c(2, hex("01"));
+            TunnelEncapTlvBase::dedupContent(&table, c, c.hash());
+        },
+        assertionPattern(unit, "dedupHandle"));
+    EXPECT_DEATH(
+        {
+            NullAttrTable table;
+            TunnelEncap::dedupContent(&table, TunnelEncapContent());
+        },
+        assertionPattern(unit, "dedupHandle"));
+}
+
+TEST(TunnelEncapDeathTest, MadeObjectMustHaveTheCallersHash) {
+    const TunnelEncapTlvUnparsedContent c(2, hex("0102030405"));
+    EXPECT_DEATH(TunnelEncapTlvBase::dedupContent(&TunnelEncapTlvUnparsedDedupTable::instance(), c,
+                                                  c.hash() + 1),
+                 assertionPattern(unit, "made->hash() == hash"));
+}
+
+TEST(TunnelEncapDeathTest, ObjectInternedElsewhereCannotJoinAnotherTable) {
+    auto t = unparsed(2, "0a");
+    auto other = tunnelEncapTlvUnparsedDedupTableFactory();
+    EXPECT_DEATH(t->dedup(other.get()), assertionPattern(unit, "dedupTable() == table"));
+}
+
+// ---- Independent decoding ----------------------------------------------------------------------
+
+TEST(TunnelEncapTshark, UnparsedTlvDecodesToItsBytes) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    auto attr = attribute({unparsed(2, "7f03aabbcc c80003ddeeff"), unparsed(9, "")});
+    ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
+    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_type"),
+              (std::vector<std::string>{"2", "9"}));
+    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_len"),
+              (std::vector<std::string>{"11", "0"}));
+    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type"),
+              (std::vector<std::string>{"127", "200"}));
+    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_sublen"),
+              (std::vector<std::string>{"3", "3"}));
+    EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
+              (std::vector<std::string>{"aabbcc", "ddeeff"}));
+}
+
+TEST(TunnelEncapTshark, VxlanTlvDecodesEndpointColorAndVnId) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    {
+        // Endpoint and the unparsed encapsulation sub-TLV (valid VN-ID 100).
+        auto attr =
+            attribute({vxlan("192.0.2.1", nullptr, {subTlv(1, "80000064 000000000000 0000")})});
+        ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
+        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_type"), "8");
+        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_len"), "26");
+        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type"),
+                  (std::vector<std::string>{"6", "1"}));
+        // Reserved, address family 1, address.
+        EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
+                  std::vector<std::string>{"000000000001c0000201"});
+        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_subtlv.vxlan.vnid"), "0x000064");
+    }
+    {
+        auto attr = attribute({vxlan("2001:db8::1", nullptr)});
+        ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
+        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_sublen"), "22");
+        EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
+                  std::vector<std::string>{"00000000000220010db8000000000000000000000001"});
+    }
+    {
+        // Endpoint and color. The color value is 8 bytes (03 0b, flags, color); tshark 4.0 still
+        // reads the older 4-byte form: it shows the first four value bytes as the color and
+        // steps over only those, so its decode goes wrong after the color's header.
+        auto attr = attribute({vxlan("192.0.2.1", ColorSubTlv::intern(100))});
+        auto d = OrvTest::decodeAttr(attr->serialize());
+        ASSERT_TRUE(d.ran) << d.error;
+        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(0), "6");
+        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(1), "4");
+        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_sublen").at(1), "8");
+        const std::string color = d.decodedField("bgp.update.encaps_tunnel_tlv_subtlv_color_value");
+        if (color == "100") {
+            EXPECT_TRUE(d.warnings.empty()) << d.text;
+        } else {
+            EXPECT_EQ(color, std::to_string(0x030b0000u)) << d.text;
+        }
+        const auto colorBytes = d.fieldBytes("bgp.update.encaps_tunnel_tlv_subtlv_color_value");
+        ASSERT_EQ(colorBytes.size(), 1u);
+        EXPECT_EQ(colorBytes[0].size(), 4u);
+    }
+}
+
+TEST(TunnelEncapTshark, ExtendedLengthAttributeDecodes) {
+    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
+    const Mel::Bytes& wire = vectors().at("long_extended");
+    TunnelEncapTlvUnparsedContent c(2, Mel::Bytes(wire.data() + 8, wire.size() - 8));
+    auto attr = attribute({TunnelEncapTlvUnparsed::intern(c)});
+    ASSERT_EQ(attr->serialize(), wire);
+    ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
+    EXPECT_EQ(d.fieldValues("bgp.update.path_attribute.flags").back(), "0xd0");
+    EXPECT_EQ(d.fieldValues("bgp.update.path_attribute.length").back(), "297");
+    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_len"), "293");
+    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_subtlv_type"), "200");
+    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_sublen"), "290");
+    const auto value = d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value");
+    ASSERT_EQ(value.size(), 1u);
+    EXPECT_EQ(value[0], Mel::Bytes(wire.data() + 11, 290).toHex());
+}
+
+// ---- Threads -----------------------------------------------------------------------------------
+
+// Whole chains (sub-TLVs, TLVs, attribute) built from the same values on several threads meet in
+// the same objects, and the last release anywhere frees every level.
+TEST(TunnelEncapConcurrent, ChainsBuiltOnManyThreadsShareObjects) {
+    const auto live = [] {
+        return TunnelEncap::melStashTypeStats().objects.load() +
+               VxlanTunnelTlv::melStashTypeStats().objects.load() +
+               TunnelEncapTlvUnparsed::melStashTypeStats().objects.load() +
+               EndpointSubTlv::melStashTypeStats().objects.load() +
+               ColorSubTlv::melStashTypeStats().objects.load() +
+               UnparsedSubTlv::melStashTypeStats().objects.load();
+    };
+    const int64_t before = live();
+    auto build = [](int k) {
+        VxlanTunnelTlvContent v;
+        v.endpointIs(
+            EndpointSubTlv::intern(Orvnet::IpAddr::fromHostOrder(0xcb007100 + uint32_t(k))));
+        v.colorIs(ColorSubTlv::intern(uint32_t(0x5000 + k % 3)));
+        v.unparsedSubTlvIs(
+            UnparsedSubTlv::intern(UnparsedSubTlvContent(uint8_t(1), Mel::Bytes{uint8_t(k)})));
+        TunnelEncapContent c;
+        c.tunnelTlvIs(VxlanTunnelTlv::intern(v));
+        c.tunnelTlvIs(TunnelEncapTlvUnparsed::intern(
+            TunnelEncapTlvUnparsedContent(uint16_t(0x6000 + k % 4), Mel::Bytes{uint8_t(k)})));
+        return TunnelEncap::intern(c);
+    };
+    constexpr int kinds = 12;
+    std::vector<std::vector<const TunnelEncap*>> seen(3, std::vector<const TunnelEncap*>(kinds));
+    std::atomic<int> wrong{0};
+    {
+        // Each thread keeps one of each kind alive, so the pointers it records stay comparable.
+        std::vector<std::vector<Mel::PtrConst<TunnelEncap>>> kept(3);
+        std::vector<std::thread> threads;
+        for (int t = 0; t < 3; ++t) {
+            threads.emplace_back([&, t] {
+                std::mt19937 rng(1234 + t);
+                for (int k = 0; k < kinds; ++k)
+                    kept[t].push_back(build(k));
+                std::vector<Mel::PtrConst<TunnelEncap>> churn(6);
+                for (int i = 0; i < 1500; ++i) {
+                    const int k = int(rng() % kinds);
+                    auto p = build(k);
+                    if (p.get() != kept[t][k].get()) wrong.fetch_add(1);
+                    // Kinds beyond the kept ones come and go.
+                    churn[rng() % churn.size()] = build(kinds + int(rng() % 8));
+                }
+                for (int k = 0; k < kinds; ++k)
+                    seen[t][k] = kept[t][k].get();
+            });
+        }
+        for (auto& th : threads)
+            th.join();
+        EXPECT_EQ(wrong, 0);
+        EXPECT_EQ(seen[0], seen[1]);
+        EXPECT_EQ(seen[1], seen[2]);
+    }
+    EXPECT_EQ(live(), before);
+}
+
+} // namespace
+} // namespace Routing::Bgp
