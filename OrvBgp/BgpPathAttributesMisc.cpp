@@ -6,6 +6,8 @@
 #include "Keel/HashMix.h"
 #include "Mel/Reflect.h"
 #include "OrvBgp/BgpPathAttrType.h"
+#include "OrvBgp/BgpPathAttributes.h"
+#include "OrvBgp/PathAttributesSerializeStore.h"
 #include "Serialize/Serialize.h"
 #include "Tracelet/Tracelet.h"
 
@@ -194,5 +196,69 @@ struct BgpPathAttributesMiscStashRegisterer {
 } registerer;
 
 } // namespace
+
+// ---- ATTR_SET ----
+
+AttributeSet::AttributeSet(Orvnet::AutonomousSystem originAs,
+                           const Mel::PtrConst<PathAttributes>& attrs)
+    : originAs_(originAs), originAttributes_(attrs) {
+    hashIs(hashOf(originAs, attrs.get()));
+}
+
+Mel::PtrConst<PathAttributes> AttributeSet::originAttributes() const noexcept {
+    return originAttributes_.ptr();
+}
+
+uint32_t AttributeSet::hashOf(Orvnet::AutonomousSystem originAs,
+                              const PathAttributes* attrs) noexcept {
+    Keel::HashMix m;
+    m.hashMix(originAs.value());
+    m.hashMix(static_cast<const void*>(attrs));
+    return m.result();
+}
+
+bool AttributeSet::compare(const Keel::DedupHandleBase* other) const {
+    auto* o = static_cast<const AttributeSet*>(other);
+    return o->originAs_ == originAs_ && o->originAttributes_ == originAttributes_;
+}
+
+bool AttributeSet::compareByContent(const Keel::DedupContentHandle& content) const {
+    auto& c = static_cast<const AttributeSetContent&>(content);
+    return c.originAs == originAs_ && c.originAttributes == originAttributes_.get();
+}
+
+Mel::Bytes AttributeSet::serialize() const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: AttributeSet::serialize()");
+    ORV_ASSERT_TEXT(originAttributes_, "originAttributes_");
+    AttrSetStringStore inner;
+    originAttributes_->serializeInternal(&inner, true, true, false);
+    SerializePathAttributeAutoExtLen s;
+    s.addU32hton(originAs_.value());
+    s.addData(inner.str());
+    return s.patchHdrAndStringify(BgpPathAttrType::attrSet_,
+                                  pathAttrFlagOptional | pathAttrFlagTransitive);
+}
+
+std::string AttributeSet::toStrep() const {
+    PathAttributesContents c;
+    if (originAttributes_) originAttributes_->getFullContent(c);
+    return "AS " + originAs_.toString() + ": " + valueToStrep(c);
+}
+
+AttributeSetDedupTable& AttributeSetDedupTable::instance() {
+    static auto* t = new AttributeSetDedupTable("AttributeSetDedupTable");
+    return *t;
+}
+
+Mel::PtrConst<AttributeSet> attributeSetFactory(Orvnet::AutonomousSystem originAs,
+                                                const Mel::PtrConst<PathAttributes>& attrs) {
+    ORV_ASSERT_TEXT(!attrs || attrs->isDeduped(), "originAttributes_->isDeduped()");
+    AttributeSetContent c;
+    c.originAs = originAs;
+    c.originAttributes = attrs.get();
+    return AttributeSetDedupTable::instance().findOrCreate(
+        AttributeSet::hashOf(originAs, attrs.get()), c,
+        [&] { return new AttributeSet(originAs, attrs); });
+}
 
 } // namespace Routing::Bgp

@@ -1,4 +1,5 @@
-// Small interned attribute values: the accumulated IGP metric (AIGP) and the aggregator.
+// Small interned attribute values: the accumulated IGP metric (AIGP), the aggregator and the
+// attribute set (ATTR_SET).
 //   Mel::PtrConst<AccumulatedIgpMetric> m = accumulatedIgpMetricFactory(5);   // m->serialize()
 //   aggregatorFactory(65001, Orvnet::IpAddr::fromString("10.0.0.1"))->serialize(7, true, 0, 0);
 //
@@ -11,6 +12,7 @@
 #include "Mel/Bytes.h"
 #include "Mel/Ptr.h"
 #include "Mel/ValueType.h"
+#include "MelStash/CompressedStashSmartPtr.h"
 #include "MelStash/StashReader.h"
 #include "MelStash/StoreManager.h"
 #include "Orvnet/AutonomousSystem.h"
@@ -172,5 +174,50 @@ public:
                                               MelStash::StoreManager::RawPtr store) const;
     virtual std::string stashStrep(const void* stored) const;
 };
+
+class PathAttributes;
+
+// ATTR_SET (type 128): an originating AS and the whole attribute set it sent, carried across a
+// provider network.
+//   auto s = attributeSetFactory(65001, innerSet);   // innerSet interned
+//   s->serialize();   // c0 80 <len> 00 00 fd e9 <the inner attributes, 4-byte AS form>
+class AttributeSet : public Keel::DedupHandleWithHash {
+    MELSTASH_STORE_ALLOCATED(AttributeSet)
+
+public:
+    AttributeSet(Orvnet::AutonomousSystem originAs, const Mel::PtrConst<PathAttributes>& attrs);
+
+    Orvnet::AutonomousSystem originAs() const noexcept { return originAs_; }
+    Mel::PtrConst<PathAttributes> originAttributes() const noexcept;
+
+    bool compare(const Keel::DedupHandleBase* other) const override;
+    bool compareByContent(const Keel::DedupContentHandle& content) const override;
+    static uint32_t hashOf(Orvnet::AutonomousSystem originAs, const PathAttributes* attrs) noexcept;
+
+    // Type 128, flags 0xC0: the origin AS (4 bytes), then the inner set's attributes as written to
+    // a 4-byte-AS internal peer without NEXT_HOP (the next hop travels outside the set).
+    Mel::Bytes serialize() const;
+    // "AS 65001: <the inner set's contents>".
+    std::string toStrep() const;
+
+private:
+    Orvnet::AutonomousSystem originAs_;
+    MelStash::CompressedStashSmartPtr<PathAttributes const, 4> originAttributes_;
+};
+
+struct AttributeSetContent : Keel::DedupContentHandle {
+    Orvnet::AutonomousSystem originAs;
+    const PathAttributes* originAttributes = nullptr;
+};
+
+class AttributeSetDedupTable : public Keel::DedupTable<AttributeSet> {
+public:
+    using DedupTable::DedupTable;
+    static AttributeSetDedupTable& instance();
+};
+
+// The interned ATTR_SET; attrs must be interned.
+Mel::PtrConst<AttributeSet> attributeSetFactory(Orvnet::AutonomousSystem originAs,
+                                                const Mel::PtrConst<PathAttributes>& attrs);
 
 } // namespace Routing::Bgp

@@ -1,0 +1,321 @@
+#include "OrvBgp/BgpPathAttributes.h"
+
+#define ORV_UNIT "OrvBgp/BgpPathAttributes"
+#include "Keel/Assert.h"
+#include "OrvBgp/AspathAttrCanonicalSerializer.h"
+#include "OrvBgp/BgpPathAttrType.h"
+#include "OrvBgp/PathAttributesMembers.h"
+#include "OrvBgp/PathAttributesSerializeStore.h"
+#include "OrvBgp/PathAttributesWire.h"
+#include "Serialize/Serialize.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace Routing::Bgp {
+
+// ---- interning ----
+
+#define ORV_ASSERT_INTERNED(member)                                                                \
+    ORV_ASSERT_TEXT(nullptr == (member) ||                                                         \
+                        (member)->dedupState() != Keel::dedupHandleStateNeverDeduped(),            \
+                    "__null == ( _" #member " ) || ( _" #member                                    \
+                    " )->dedupState() != Keel::dedupHandleStateNeverDeduped()")
+
+uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesContents& c) {
+    Keel::HashMix m;
+    auto ptr = [&m](const auto* p) { m.hashMix(static_cast<const void*>(p)); };
+    const GenNexthop* nextHop = c.nextHopStashed().get();
+    const AspathAttrCanonical* aspathAttr = c.aspathAttrStashed().get();
+    const ClusterList* clusterList = c.clusterListStashed().get();
+    ORV_ASSERT_INTERNED(nextHop);
+    ORV_ASSERT_INTERNED(aspathAttr);
+    ORV_ASSERT_INTERNED(clusterList);
+    m.hashMix(static_cast<uint32_t>(t));
+    m.hashMix(c.tag());
+    m.hashMix(c.medStorage());
+    m.hashMix(c.localPrefStorage());
+    ptr(nextHop);
+    ptr(aspathAttr);
+    ptr(clusterList);
+    m.hashMix(uint16_t(c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask));
+    m.hashMix(c.preference());
+    const CommList* commList = c.commListStashed().get();
+    const Aggregator* aggregator = c.aggregatorStashed().get();
+    const ExtCommList* extCommList = c.extCommListStashed().get();
+    const LargeCommList* largeCommList = c.largeCommListStashed().get();
+    switch (t) {
+    case PathAttributeType::base:
+    case PathAttributeType::withRibOutLbwContext:
+        break;
+    case PathAttributeType::withCommList:
+        ORV_ASSERT_INTERNED(commList);
+        ORV_ASSERT_INTERNED(aggregator);
+        ptr(commList);
+        ptr(aggregator);
+        break;
+    case PathAttributeType::withExtCommList:
+        ORV_ASSERT_INTERNED(commList);
+        ORV_ASSERT_INTERNED(extCommList);
+        ptr(commList);
+        ptr(extCommList);
+        break;
+    case PathAttributeType::internet:
+        ORV_ASSERT_INTERNED(commList);
+        ORV_ASSERT_INTERNED(aggregator);
+        ORV_ASSERT_INTERNED(largeCommList);
+        ORV_ASSERT_INTERNED(extCommList);
+        ptr(commList);
+        ptr(aggregator);
+        ptr(largeCommList);
+        ptr(extCommList);
+        break;
+    case PathAttributeType::full: {
+        m.hashMix(uint8_t(c.uncommonFlagsStorage() & 3));
+        m.hashMix(c.weight());
+        m.hashMix(c.bpAsPathWeight());
+        m.hashMix(c.igpOrRedistMetricStorage());
+        const GenNexthop* llNextHop = c.llNextHopStashed().get();
+        const ExtCommIp6List* extCommIp6List = c.extCommIp6ListStashed().get();
+        const PmsiTunnel* pmsiTunnel = c.pmsiTunnelStashed().get();
+        const PrefixSid* prefixSid = c.prefixSidStashed().get();
+        const TunnelEncap* tunnelEncap = c.tunnelEncapStashed().get();
+        const DomainPath* domainPath = c.domainPathStashed().get();
+        const AccumulatedIgpMetric* aigpMetric = c.aigpMetricStashed().get();
+        const LinkStateAttrBase* linkState = c.linkStateStashed().get();
+        const AttributeSet* customerAttributeSet = c.customerAttributeSetStashed().get();
+        const GunkPathAttrList* gunkPathAttrList = c.gunkPathAttrListRaw().get();
+        ORV_ASSERT_INTERNED(llNextHop);
+        ORV_ASSERT_INTERNED(aggregator);
+        ORV_ASSERT_INTERNED(commList);
+        ORV_ASSERT_INTERNED(extCommList);
+        ORV_ASSERT_INTERNED(extCommIp6List);
+        ORV_ASSERT_INTERNED(largeCommList);
+        ORV_ASSERT_INTERNED(pmsiTunnel);
+        ORV_ASSERT_INTERNED(prefixSid);
+        ORV_ASSERT_INTERNED(tunnelEncap);
+        ORV_ASSERT_INTERNED(domainPath);
+        ORV_ASSERT_INTERNED(aigpMetric);
+        ORV_ASSERT_INTERNED(linkState);
+        ORV_ASSERT_INTERNED(customerAttributeSet);
+        ORV_ASSERT_INTERNED(gunkPathAttrList);
+        ptr(llNextHop);
+        ptr(aggregator);
+        ptr(commList);
+        ptr(extCommList);
+        ptr(extCommIp6List);
+        ptr(largeCommList);
+        ptr(pmsiTunnel);
+        ptr(prefixSid);
+        ptr(tunnelEncap);
+        ptr(domainPath);
+        ptr(aigpMetric);
+        ptr(linkState);
+        ptr(customerAttributeSet);
+        ptr(gunkPathAttrList);
+        break;
+    }
+    }
+    return m.result();
+}
+
+bool PathAttributes::compareContentsForTier(PathAttributeType t,
+                                            const PathAttributesContents& c) const {
+    return getType() == t && compareByContent(c);
+}
+
+namespace {
+// A new object of tier t, not yet counted by anyone (the table takes the first references).
+PathAttributes* createTier(PathAttributeType t, const PathAttributesContents& c) {
+    switch (t) {
+    case PathAttributeType::base:
+        return new PathAttributesCommon(c);
+    case PathAttributeType::withCommList:
+        return new PathAttributesWithCommList(c);
+    case PathAttributeType::withExtCommList:
+        return new PathAttributesWithExtCommList(c);
+    case PathAttributeType::internet:
+        return new PathAttributesInternet(c);
+    case PathAttributeType::full:
+    case PathAttributeType::withRibOutLbwContext:
+        break;
+    }
+    return new FullPathAttributes(c);
+}
+} // namespace
+
+Mel::PtrConst<PathAttributes> PathAttributes::dedupContent(const PathAttributesDedupTable* table,
+                                                           const PathAttributesContents& c) {
+    PathAttributeType t = c.pathAttributeType();
+    uint32_t h = contentsHash(t, c);
+    auto* tbl = const_cast<PathAttributesDedupTable*>(table);
+    return tbl->findOrCreate(
+        h, c,
+        [&]() -> PathAttributes* {
+            PathAttributesStats::instance().countInc(c.dataMemberHasNonDefaultValue());
+            return createTier(t, c);
+        },
+        [t](const PathAttributes& obj, const PathAttributesContents& k) {
+            return obj.compareContentsForTier(t, k);
+        });
+}
+
+PathAttributesDedupTable& PathAttributesDedupTable::instance() {
+    static auto* t = new PathAttributesDedupTable("PathAttributesDedupTable");
+    return *t;
+}
+
+// ---- factory ----
+
+Mel::PtrConst<PathAttributes>
+PathAttributesFactory::dedupContent(const PathAttributesDedupTable* table) const {
+    return PathAttributes::dedupContent(table, contents_);
+}
+
+Mel::PtrConst<PathAttributes> PathAttributesFactory::make() const {
+    return FullPathAttributes::createMe(contents_);
+}
+
+Mel::PtrConst<PathAttributes> fullPathAttributesFactory(
+    Routing::RouteTag tag, uint32_t medStorage, uint32_t localPrefStorage,
+    const Mel::PtrConst<GenNexthop>& nextHop, const Mel::PtrConst<AspathAttrCanonical>& aspathAttr,
+    const Mel::PtrConst<ClusterList>& clusterList, uint16_t commonFlagsStorage,
+    Routing::RoutePreference preference, uint8_t uncommonFlagsStorage, RouteWeight weight,
+    RouteWeight bpAsPathWeight, uint32_t igpOrRedistMetricStorage,
+    const Mel::PtrConst<GenNexthop>& llNextHop, const Mel::PtrConst<Aggregator>& aggregator,
+    const Mel::PtrConst<CommList>& commList, const Mel::PtrConst<ExtCommList>& extCommList,
+    const Mel::PtrConst<ExtCommIp6List>& extCommIp6List,
+    const Mel::PtrConst<LargeCommList>& largeCommList, const Mel::PtrConst<PmsiTunnel>& pmsiTunnel,
+    const Mel::PtrConst<PrefixSid>& prefixSid, const Mel::PtrConst<TunnelEncap>& tunnelEncap,
+    const Mel::PtrConst<DomainPath>& domainPath,
+    const Mel::PtrConst<AccumulatedIgpMetric>& aigpMetric,
+    const Mel::PtrConst<LinkStateAttrBase>& linkState,
+    const Mel::PtrConst<AttributeSet>& customerAttributeSet,
+    const Mel::PtrConst<GunkPathAttrList>& gunkPathAttrList) {
+    PathAttributesContents c;
+    c.tagIs(tag);
+    c.medStorageIs(medStorage);
+    c.localPrefStorageIs(localPrefStorage);
+    c.nextHopIs(nextHop);
+    c.aspathAttrIs(aspathAttr);
+    c.clusterListIs(clusterList);
+    c.preferenceIs(preference);
+    c.uncommonFlagsStorageIs(uncommonFlagsStorage);
+    c.weightIs(weight);
+    c.bpAsPathWeightIs(bpAsPathWeight);
+    c.igpOrRedistMetricStorageIs(igpOrRedistMetricStorage);
+    c.llNextHopIs(llNextHop);
+    c.aggregatorIs(aggregator);
+    c.commListIs(commList);
+    c.commonFlagsStorageIs(commonFlagsStorage); // after commListIs: the caller's flags win
+    c.extCommListIs(extCommList);
+    c.extCommIp6ListIs(extCommIp6List);
+    c.largeCommListIs(largeCommList);
+    c.pmsiTunnelIs(pmsiTunnel);
+    c.prefixSidIs(prefixSid);
+    c.tunnelEncapIs(tunnelEncap);
+    c.domainPathIs(domainPath);
+    c.aigpMetricIs(aigpMetric);
+    c.linkStateIs(linkState);
+    c.customerAttributeSetIs(customerAttributeSet);
+    c.gunkPathAttrListIs(gunkPathAttrList);
+    return FullPathAttributes::createMe(c);
+}
+
+// ---- statistics ----
+
+PathAttributesStats& PathAttributesStats::instance() {
+    static auto* s = new PathAttributesStats("PathAttributesStats");
+    return *s;
+}
+
+void PathAttributesStats::countInc(uint32_t mask) {
+    std::lock_guard lock(mutex_);
+    ++count_[mask];
+}
+
+uint64_t PathAttributesStats::count(uint32_t mask) const {
+    std::lock_guard lock(mutex_);
+    auto it = count_.find(mask);
+    return it == count_.end() ? 0 : it->second;
+}
+
+void PathAttributesStats::countDelAll() {
+    std::lock_guard lock(mutex_);
+    count_.clear();
+}
+
+std::vector<std::pair<uint64_t, uint32_t>> PathAttributesStats::snapshot() const {
+    std::vector<std::pair<uint64_t, uint32_t>> rows;
+    {
+        std::lock_guard lock(mutex_);
+        rows.reserve(count_.size());
+        for (auto& [key, n] : count_)
+            rows.emplace_back(n, key);
+    }
+    std::sort(rows.begin(), rows.end());
+    return rows;
+}
+
+namespace {
+std::string formatRow(const char* fmt, int indent, uint64_t n, const char* tier,
+                      const std::string& attrs) {
+    char buf[512];
+    int len;
+    if (indent)
+        len = std::snprintf(buf, sizeof buf, fmt, indent, ' ', n, tier, attrs.c_str());
+    else
+        len = std::snprintf(buf, sizeof buf, fmt, n, tier, attrs.c_str());
+    if (len < int(sizeof buf)) return std::string(buf, size_t(len));
+    std::string big(size_t(len) + 1, '\0');
+    if (indent)
+        std::snprintf(big.data(), big.size(), fmt, indent, ' ', n, tier, attrs.c_str());
+    else
+        std::snprintf(big.data(), big.size(), fmt, n, tier, attrs.c_str());
+    big.pop_back();
+    return big;
+}
+} // namespace
+
+void PathAttributesStats::dumpState(const Mel::Ptr<Keel::DumpContext const>& ctx,
+                                    uint32_t indent) const {
+    if (indent)
+        ctx->printf("%*c%s\n", int(indent), ' ', title_);
+    else
+        ctx->printf("%s\n", title_);
+    int in = int(indent + 2);
+    ctx->printf("%*c%14s  %-15s  %s\n", in, ' ', "TotalAllocated", "TypeAllocated",
+                "Attributes not in all types with non-default value");
+    for (auto& [n, key] : snapshot())
+        ctx->write(
+            formatRow("%*c%14lu  %-15s  %s\n", in, n,
+                      pathAttributeTypeName(dataMemberHasNonDefaultValueToPathAttributeType(key)),
+                      PathAttributesContents::dataMemberHasNonDefaultValueToStrep(key)));
+}
+
+std::string PathAttributesStats::toStrep() const {
+    char buf[256];
+    std::snprintf(buf, sizeof buf, "%14s  %-15s  %s\n", "TotalAllocated", "TypeAllocated",
+                  "Attributes not in all types with non-default value");
+    std::string out = buf;
+    for (auto& [n, key] : snapshot())
+        out +=
+            formatRow("%14lu  %-15s  %s\n", 0, n,
+                      pathAttributeTypeName(dataMemberHasNonDefaultValueToPathAttributeType(key)),
+                      PathAttributesContents::dataMemberHasNonDefaultValueToStrep(key));
+    return out;
+}
+
+} // namespace Routing::Bgp
+
+// ---- wire form of a whole set ----
+
+namespace Routing::Bgp {
+
+void serializePathAttributes(const PathAttributes& a, PathAttributesSerializeStoreMethodBase* store,
+                             bool fourByteAsPeer, bool internalPeer, bool writeNextHop) {
+    serializeAttributeSet(a, store, fourByteAsPeer, internalPeer, writeNextHop);
+}
+
+} // namespace Routing::Bgp

@@ -1,0 +1,424 @@
+// The five storage tiers of PathAttributes and their read-back (destashed) twins. Included by
+// BgpPathAttributes.h; see there.
+//   PathAttributesCommon::createMe(contents)   // base tier: next hop, AS path, MED, local pref,
+//   flags FullPathAttributes::createMe(contents)     // every member
+#pragma once
+
+#include "Keel/HashMix.h"
+
+namespace Routing::Bgp {
+
+namespace PathAttributesTier {
+
+template <class T>
+using Stashed = MelStash::CompressedStashSmartPtr<T const, 4>;
+
+template <class T>
+inline const void* addr(const Stashed<T>& p) noexcept {
+    return p.get();
+}
+
+// Members every tier stores: 28 bytes after the 16-byte object header. The spare byte holds
+// uncommonFlagsStorage, which only the full tier uses (always 0 in the others).
+template <class Root>
+class CommonTier : public Root {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::base;
+
+    Routing::RouteTag tagGet() const noexcept override { return tag_; }
+    MultiExitDiscriminator medGet() const noexcept override {
+        return commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(medStorage_)
+                                            : MultiExitDiscriminator();
+    }
+    RoutingLocalPref localPrefGet() const noexcept override {
+        return commonFlagsStorage_ >> 7 & 1 ? RoutingLocalPref(localPrefStorage_)
+                                            : RoutingLocalPref();
+    }
+    Mel::PtrConst<GenNexthop> nextHopGet() const noexcept override { return nextHop_.ptr(); }
+    Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept override {
+        return aspathAttr_.ptr();
+    }
+    Mel::PtrConst<ClusterList> clusterListGet() const noexcept override {
+        return clusterList_.ptr();
+    }
+    Routing::RoutePreference preferenceGet() const noexcept override { return preference_; }
+    AspType aspTypeGet() const noexcept override { return AspType(commonFlagsStorage_ & 7); }
+    bool atomicAggregateGet() const noexcept override { return commonFlagsStorage_ >> 3 & 1; }
+    Origin originGet() const noexcept override { return Origin(commonFlagsStorage_ >> 4 & 3); }
+    bool llgrStaleGet() const noexcept override { return commonFlagsStorage_ >> 8 & 1; }
+    bool noLlgrGet() const noexcept override { return commonFlagsStorage_ >> 9 & 1; }
+    bool ipLookupAsBackupGet() const noexcept override { return commonFlagsStorage_ >> 10 & 1; }
+
+protected:
+    explicit CommonTier(const PathAttributesContents& c)
+        : tag_(c.tag()), medStorage_(c.medStorage()), localPrefStorage_(c.localPrefStorage()),
+          nextHop_(c.nextHopStashed()), aspathAttr_(c.aspathAttrStashed()),
+          clusterList_(c.clusterListStashed()),
+          commonFlagsStorage_(
+              uint16_t(c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask)),
+          preference_(c.preference()) {}
+
+    void feedHash(Keel::HashMix& m) const noexcept {
+        m.hashMix(tag_);
+        m.hashMix(medStorage_);
+        m.hashMix(localPrefStorage_);
+        m.hashMix(addr(nextHop_));
+        m.hashMix(addr(aspathAttr_));
+        m.hashMix(addr(clusterList_));
+        m.hashMix(commonFlagsStorage_);
+        m.hashMix(preference_);
+    }
+    bool sameMembers(const CommonTier& o) const noexcept {
+        return tag_ == o.tag_ && medStorage_ == o.medStorage_ &&
+               localPrefStorage_ == o.localPrefStorage_ && nextHop_ == o.nextHop_ &&
+               aspathAttr_ == o.aspathAttr_ && clusterList_ == o.clusterList_ &&
+               commonFlagsStorage_ == o.commonFlagsStorage_ && preference_ == o.preference_ &&
+               uncommonFlagsStorage_ == o.uncommonFlagsStorage_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return tag_ == c.tag() && medStorage_ == c.medStorage() &&
+               localPrefStorage_ == c.localPrefStorage() && nextHop_ == c.nextHopStashed() &&
+               aspathAttr_ == c.aspathAttrStashed() && clusterList_ == c.clusterListStashed() &&
+               commonFlagsStorage_ ==
+                   (c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask) &&
+               preference_ == c.preference();
+    }
+    void fill(PathAttributesContents& c) const {
+        c.tagIs(tag_);
+        c.medStorageIs(medStorage_);
+        c.localPrefStorageIs(localPrefStorage_);
+        c.nextHopIs(nextHop_.ptr());
+        c.aspathAttrIs(aspathAttr_.ptr());
+        c.clusterListIs(clusterList_.ptr());
+        c.commonFlagsStorageIs(commonFlagsStorage_);
+        c.preferenceIs(preference_);
+    }
+
+    Routing::RouteTag tag_;
+    uint32_t medStorage_;
+    uint32_t localPrefStorage_;
+    Stashed<GenNexthop> nextHop_;
+    Stashed<AspathAttrCanonical> aspathAttr_;
+    Stashed<ClusterList> clusterList_;
+    uint16_t commonFlagsStorage_;
+    Routing::RoutePreference preference_;
+    uint8_t uncommonFlagsStorage_ = 0;
+};
+
+template <class Base>
+class WithCommListTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::withCommList;
+    Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
+    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
+
+protected:
+    explicit WithCommListTier(const PathAttributesContents& c)
+        : Base(c), commList_(c.commListStashed()), aggregator_(c.aggregatorStashed()) {}
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m);
+        m.hashMix(addr(commList_));
+        m.hashMix(addr(aggregator_));
+    }
+    bool sameMembers(const WithCommListTier& o) const noexcept {
+        return Base::sameMembers(o) && commList_ == o.commList_ && aggregator_ == o.aggregator_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) && commList_ == c.commListStashed() &&
+               aggregator_ == c.aggregatorStashed();
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.commListIs(commList_.ptr());
+        c.aggregatorIs(aggregator_.ptr());
+    }
+    Stashed<CommList> commList_;
+    Stashed<Aggregator> aggregator_;
+};
+
+template <class Base>
+class InternetTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::internet;
+    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
+        return extCommList_.ptr();
+    }
+    Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept override {
+        return largeCommList_.ptr();
+    }
+
+protected:
+    explicit InternetTier(const PathAttributesContents& c)
+        : Base(c), extCommList_(c.extCommListStashed()), largeCommList_(c.largeCommListStashed()) {}
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m); // commList, aggregator
+        m.hashMix(addr(largeCommList_));
+        m.hashMix(addr(extCommList_));
+    }
+    bool sameMembers(const InternetTier& o) const noexcept {
+        return Base::sameMembers(o) && extCommList_ == o.extCommList_ &&
+               largeCommList_ == o.largeCommList_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) && extCommList_ == c.extCommListStashed() &&
+               largeCommList_ == c.largeCommListStashed();
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.extCommListIs(extCommList_.ptr());
+        c.largeCommListIs(largeCommList_.ptr());
+    }
+    Stashed<ExtCommList> extCommList_;
+    Stashed<LargeCommList> largeCommList_;
+};
+
+template <class Base>
+class WithExtCommListTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::withExtCommList;
+    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
+    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
+        return extCommList_.ptr();
+    }
+
+protected:
+    explicit WithExtCommListTier(const PathAttributesContents& c)
+        : Base(c), commList_(c.commListStashed()), extCommList_(c.extCommListStashed()) {}
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m);
+        m.hashMix(addr(commList_));
+        m.hashMix(addr(extCommList_));
+    }
+    bool sameMembers(const WithExtCommListTier& o) const noexcept {
+        return Base::sameMembers(o) && commList_ == o.commList_ && extCommList_ == o.extCommList_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) && commList_ == c.commListStashed() &&
+               extCommList_ == c.extCommListStashed();
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.commListIs(commList_.ptr());
+        c.extCommListIs(extCommList_.ptr());
+    }
+    Stashed<CommList> commList_;
+    Stashed<ExtCommList> extCommList_;
+};
+
+template <class Base>
+class FullTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::full;
+    RouteWeight weightGet() const noexcept override { return weight_; }
+    RouteWeight bpAsPathWeightGet() const noexcept override { return bpAsPathWeight_; }
+    RedistMetric redistMetricGet() const noexcept override {
+        return this->uncommonFlagsStorage_ & 1 ? RedistMetric(igpOrRedistMetricStorage_)
+                                               : RedistMetric();
+    }
+    IgpMetricForNexthop igpMetricForNexthopGet() const noexcept override {
+        return this->uncommonFlagsStorage_ & 2 ? IgpMetricForNexthop(igpOrRedistMetricStorage_)
+                                               : IgpMetricForNexthop();
+    }
+    Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept override { return llNextHop_.ptr(); }
+    Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
+    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
+    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
+        return extCommList_.ptr();
+    }
+    Mel::PtrConst<ExtCommIp6List> extCommIp6ListGet() const noexcept override {
+        return extCommIp6List_.ptr();
+    }
+    Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept override {
+        return largeCommList_.ptr();
+    }
+    Mel::PtrConst<PmsiTunnel> pmsiTunnelGet() const noexcept override { return pmsiTunnel_.ptr(); }
+    Mel::PtrConst<PrefixSid> prefixSidGet() const noexcept override { return prefixSid_.ptr(); }
+    Mel::PtrConst<TunnelEncap> tunnelEncapGet() const noexcept override {
+        return tunnelEncap_.ptr();
+    }
+    Mel::PtrConst<DomainPath> domainPathGet() const noexcept override { return domainPath_.ptr(); }
+    Mel::PtrConst<AccumulatedIgpMetric> aigpMetricGet() const noexcept override {
+        return aigpMetric_.ptr();
+    }
+    Mel::PtrConst<LinkStateAttrBase> linkStateGet() const noexcept override {
+        return linkState_.ptr();
+    }
+    Mel::PtrConst<AttributeSet> customerAttributeSetGet() const noexcept override {
+        return customerAttributeSet_.ptr();
+    }
+    Mel::PtrConst<GunkPathAttrList> gunkPathAttrListGet() const noexcept override {
+        return gunkPathAttrList_;
+    }
+
+protected:
+    explicit FullTier(const PathAttributesContents& c)
+        : Base(c), igpOrRedistMetricStorage_(c.igpOrRedistMetricStorage()), weight_(c.weight()),
+          bpAsPathWeight_(c.bpAsPathWeight()), llNextHop_(c.llNextHopStashed()),
+          aggregator_(c.aggregatorStashed()), commList_(c.commListStashed()),
+          extCommList_(c.extCommListStashed()), extCommIp6List_(c.extCommIp6ListStashed()),
+          largeCommList_(c.largeCommListStashed()), pmsiTunnel_(c.pmsiTunnelStashed()),
+          prefixSid_(c.prefixSidStashed()), tunnelEncap_(c.tunnelEncapStashed()),
+          domainPath_(c.domainPathStashed()), aigpMetric_(c.aigpMetricStashed()),
+          linkState_(c.linkStateStashed()), customerAttributeSet_(c.customerAttributeSetStashed()),
+          gunkPathAttrList_(c.gunkPathAttrListRaw()) {
+        this->uncommonFlagsStorage_ = uint8_t(c.uncommonFlagsStorage() & 3);
+    }
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m);
+        m.hashMix(uint8_t(this->uncommonFlagsStorage_ & 3));
+        m.hashMix(weight_);
+        m.hashMix(bpAsPathWeight_);
+        m.hashMix(igpOrRedistMetricStorage_);
+        m.hashMix(addr(llNextHop_));
+        m.hashMix(addr(aggregator_));
+        m.hashMix(addr(commList_));
+        m.hashMix(addr(extCommList_));
+        m.hashMix(addr(extCommIp6List_));
+        m.hashMix(addr(largeCommList_));
+        m.hashMix(addr(pmsiTunnel_));
+        m.hashMix(addr(prefixSid_));
+        m.hashMix(addr(tunnelEncap_));
+        m.hashMix(addr(domainPath_));
+        m.hashMix(addr(aigpMetric_));
+        m.hashMix(addr(linkState_));
+        m.hashMix(addr(customerAttributeSet_));
+        m.hashMix(static_cast<const void*>(gunkPathAttrList_.get()));
+    }
+    bool sameMembers(const FullTier& o) const noexcept {
+        return Base::sameMembers(o) && igpOrRedistMetricStorage_ == o.igpOrRedistMetricStorage_ &&
+               weight_ == o.weight_ && bpAsPathWeight_ == o.bpAsPathWeight_ &&
+               llNextHop_ == o.llNextHop_ && aggregator_ == o.aggregator_ &&
+               commList_ == o.commList_ && extCommList_ == o.extCommList_ &&
+               extCommIp6List_ == o.extCommIp6List_ && largeCommList_ == o.largeCommList_ &&
+               pmsiTunnel_ == o.pmsiTunnel_ && prefixSid_ == o.prefixSid_ &&
+               tunnelEncap_ == o.tunnelEncap_ && domainPath_ == o.domainPath_ &&
+               aigpMetric_ == o.aigpMetric_ && linkState_ == o.linkState_ &&
+               customerAttributeSet_ == o.customerAttributeSet_ &&
+               gunkPathAttrList_ == o.gunkPathAttrList_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) &&
+               this->uncommonFlagsStorage_ == (c.uncommonFlagsStorage() & 3) &&
+               igpOrRedistMetricStorage_ == c.igpOrRedistMetricStorage() && weight_ == c.weight() &&
+               bpAsPathWeight_ == c.bpAsPathWeight() && llNextHop_ == c.llNextHopStashed() &&
+               aggregator_ == c.aggregatorStashed() && commList_ == c.commListStashed() &&
+               extCommList_ == c.extCommListStashed() &&
+               extCommIp6List_ == c.extCommIp6ListStashed() &&
+               largeCommList_ == c.largeCommListStashed() && pmsiTunnel_ == c.pmsiTunnelStashed() &&
+               prefixSid_ == c.prefixSidStashed() && tunnelEncap_ == c.tunnelEncapStashed() &&
+               domainPath_ == c.domainPathStashed() && aigpMetric_ == c.aigpMetricStashed() &&
+               linkState_ == c.linkStateStashed() &&
+               customerAttributeSet_ == c.customerAttributeSetStashed() &&
+               gunkPathAttrList_ == c.gunkPathAttrListRaw();
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.uncommonFlagsStorageIs(this->uncommonFlagsStorage_);
+        c.weightIs(weight_);
+        c.bpAsPathWeightIs(bpAsPathWeight_);
+        c.igpOrRedistMetricStorageIs(igpOrRedistMetricStorage_);
+        c.llNextHopIs(llNextHop_.ptr());
+        c.aggregatorIs(aggregator_.ptr());
+        c.commListIs(commList_.ptr());
+        c.extCommListIs(extCommList_.ptr());
+        c.extCommIp6ListIs(extCommIp6List_.ptr());
+        c.largeCommListIs(largeCommList_.ptr());
+        c.pmsiTunnelIs(pmsiTunnel_.ptr());
+        c.prefixSidIs(prefixSid_.ptr());
+        c.tunnelEncapIs(tunnelEncap_.ptr());
+        c.domainPathIs(domainPath_.ptr());
+        c.aigpMetricIs(aigpMetric_.ptr());
+        c.linkStateIs(linkState_.ptr());
+        c.customerAttributeSetIs(customerAttributeSet_.ptr());
+        c.gunkPathAttrListIs(gunkPathAttrList_);
+    }
+
+    uint32_t igpOrRedistMetricStorage_;
+    RouteWeight weight_;
+    RouteWeight bpAsPathWeight_;
+    Stashed<GenNexthop> llNextHop_;
+    Stashed<Aggregator> aggregator_;
+    Stashed<CommList> commList_;
+    Stashed<ExtCommList> extCommList_;
+    Stashed<ExtCommIp6List> extCommIp6List_;
+    Stashed<LargeCommList> largeCommList_;
+    Stashed<PmsiTunnel> pmsiTunnel_;
+    Stashed<PrefixSid> prefixSid_;
+    Stashed<TunnelEncap> tunnelEncap_;
+    Stashed<DomainPath> domainPath_;
+    Stashed<AccumulatedIgpMetric> aigpMetric_;
+    Stashed<LinkStateAttrBase> linkState_;
+    Stashed<AttributeSet> customerAttributeSet_;
+    Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
+};
+
+// Completes a tier: the interning operations from its member chain. Leaf is the concrete class.
+template <class Leaf, class Chain>
+class Sealed : public Chain {
+public:
+    PathAttributeType getType() const noexcept override { return Chain::tierType; }
+    uint32_t hash() const override {
+        Keel::HashMix m;
+        m.hashMix(static_cast<uint32_t>(Chain::tierType));
+        Chain::feedHash(m);
+        return m.result();
+    }
+    bool compare(const Keel::DedupHandleBase* other) const override {
+        auto* o = dynamic_cast<const Sealed*>(other);
+        return o && o->getType() == Chain::tierType && Chain::sameMembers(*o);
+    }
+    bool compareByContent(const Keel::DedupContentHandle& content) const override {
+        auto& c = static_cast<const PathAttributesContents&>(content);
+        return c.pathAttributeType() == Chain::tierType && Chain::sameContents(c);
+    }
+    void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
+    void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
+                           bool internalPeer, bool writeNextHop) const override {
+        serializePathAttributes(*this, store, fourByteAsPeer, internalPeer, writeNextHop);
+    }
+    static Mel::PtrConst<PathAttributes> createMe(const PathAttributesContents& c) {
+        return Mel::PtrConst<PathAttributes>(new Leaf(c));
+    }
+
+protected:
+    explicit Sealed(const PathAttributesContents& c) : Chain(c) {}
+};
+
+} // namespace PathAttributesTier
+
+// Writes the attributes of any tier (shared by every tier's serializeInternal).
+void serializePathAttributes(const PathAttributes& a, PathAttributesSerializeStoreMethodBase* store,
+                             bool fourByteAsPeer, bool internalPeer, bool writeNextHop);
+
+// Leaves: the five tiers, and their read-back twins with the same members and answers.
+#define ORV_PATH_ATTRIBUTES_TIER(Name, Chain)                                                      \
+    class Name : public PathAttributesTier::Sealed<Name, Chain> {                                  \
+        MELSTASH_STORE_ALLOCATED(Name)                                                             \
+                                                                                                   \
+    public:                                                                                        \
+        explicit Name(const PathAttributesContents& c) : Sealed(c) {}                              \
+    }
+
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesCommon, PathAttributesTier::CommonTier<PathAttributes>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesWithCommList,
+                         PathAttributesTier::WithCommListTier<PathAttributesCommon>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesInternet,
+                         PathAttributesTier::InternetTier<PathAttributesWithCommList>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesWithExtCommList,
+                         PathAttributesTier::WithExtCommListTier<PathAttributesCommon>);
+ORV_PATH_ATTRIBUTES_TIER(FullPathAttributes, PathAttributesTier::FullTier<PathAttributesCommon>);
+
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesCommonDestashed,
+                         PathAttributesTier::CommonTier<PathAttributes>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesWithCommListDestashed,
+                         PathAttributesTier::WithCommListTier<PathAttributesCommonDestashed>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesInternetDestashed,
+                         PathAttributesTier::InternetTier<PathAttributesWithCommListDestashed>);
+ORV_PATH_ATTRIBUTES_TIER(PathAttributesWithExtCommListDestashed,
+                         PathAttributesTier::WithExtCommListTier<PathAttributesCommonDestashed>);
+ORV_PATH_ATTRIBUTES_TIER(FullPathAttributesDestashed,
+                         PathAttributesTier::FullTier<PathAttributesCommonDestashed>);
+
+#undef ORV_PATH_ATTRIBUTES_TIER
+
+} // namespace Routing::Bgp

@@ -1,0 +1,356 @@
+// Interned attribute sets as advertised to peers: only what goes on the wire is kept, so inbound
+// sets that differ in tag, next hop, preference, weights, metrics or local flags share one.
+//   Mel::PtrConst<RibOutPathAttributes> out =
+//       RibOutPathAttributesFactory(contents).dedupContent(&RibOutPathAttributesDedupTable::instance());
+#pragma once
+
+#include "OrvBgp/BgpPathAttributes.h"
+
+namespace Routing::Bgp {
+
+class RibOutPathAttributesDedupTable;
+
+// The outbound interface: getters for the kept attributes only, with the inbound defaults.
+class RibOutPathAttributes : public MelStash::DedupHandle {
+public:
+    // Flag bits kept: aspType, atomicAggregate, origin, medSpecified, localPrefSpecified,
+    // llgrStale.
+    static constexpr uint16_t commonFlagsMask = 0x1ff;
+    // Non-default bits that only the outbound full tier can hold.
+    static constexpr uint32_t fullOnlyMask = 0xE972;
+
+    uint32_t hash() const override = 0;
+    bool compare(const Keel::DedupHandleBase* other) const override = 0;
+    bool compareByContent(const Keel::DedupContentHandle& content) const override = 0;
+
+    virtual PathAttributeType getType() const noexcept = 0;
+    // Writes the kept members into c; the others stay as c had them.
+    virtual void getFullContent(PathAttributesContents& c) const = 0;
+    // As PathAttributes::serializeInternal. The outbound set keeps no next hop, so NEXT_HOP is
+    // never written from it (writeNextHop is accepted for symmetry and ignored).
+    virtual void serializeInternal(PathAttributesSerializeStoreMethodBase* store,
+                                   bool fourByteAsPeer, bool internalPeer,
+                                   bool writeNextHop) const = 0;
+    virtual const RibOutPathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
+        return this;
+    }
+
+    virtual MultiExitDiscriminator medGet() const noexcept { return {}; }
+    virtual RoutingLocalPref localPrefGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<ClusterList> clusterListGet() const noexcept { return {}; }
+    virtual AspType aspTypeGet() const noexcept { return AspType(0); }
+    virtual bool atomicAggregateGet() const noexcept { return false; }
+    virtual Origin originGet() const noexcept { return Origin(2); }
+    virtual bool llgrStaleGet() const noexcept { return false; }
+    virtual Mel::PtrConst<Aggregator> aggregatorGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<CommList> commListGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<ExtCommList> extCommListGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<ExtCommIp6List> extCommIp6ListGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<PmsiTunnel> pmsiTunnelGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<PrefixSid> prefixSidGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<TunnelEncap> tunnelEncapGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<DomainPath> domainPathGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<AccumulatedIgpMetric> aigpMetricGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<LinkStateAttrBase> linkStateGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<AttributeSet> customerAttributeSetGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<GunkPathAttrList> gunkPathAttrListGet() const noexcept { return {}; }
+    virtual const RibOutLbwContext* ribOutLbwContextRawPtrGet() const noexcept { return nullptr; }
+
+    AspType aspType() const noexcept { return aspTypeGet(); }
+    bool atomicAggregate() const noexcept { return atomicAggregateGet(); }
+    Origin origin() const noexcept { return originGet(); }
+    bool llgrStale() const noexcept { return llgrStaleGet(); }
+
+    // The outbound tier a non-default bit set selects.
+    static PathAttributeType tierFor(uint32_t mask) noexcept;
+    static uint32_t contentsHash(PathAttributeType t, const PathAttributesContents& c);
+    static Mel::PtrConst<RibOutPathAttributes>
+    dedupContent(const RibOutPathAttributesDedupTable* table, const PathAttributesContents& c);
+};
+
+class RibOutPathAttributesDedupTable : public Keel::DedupTable<RibOutPathAttributes> {
+public:
+    using DedupTable::DedupTable;
+    static RibOutPathAttributesDedupTable& instance();
+};
+
+// Creations of outbound sets per combination of uncommon attributes; same report as the inbound
+// statistics under its own title.
+class RibOutPathAttributesStats : public PathAttributesStats {
+public:
+    static RibOutPathAttributesStats& instance();
+
+private:
+    RibOutPathAttributesStats() noexcept : PathAttributesStats("RibOutPathAttributesStats") {}
+};
+
+class RibOutPathAttributesFactory {
+public:
+    RibOutPathAttributesFactory() = default;
+    explicit RibOutPathAttributesFactory(PathAttributesContents c) : contents_(std::move(c)) {}
+    const PathAttributesContents& contents() const noexcept { return contents_; }
+    PathAttributesContents& contents() noexcept { return contents_; }
+    Mel::PtrConst<RibOutPathAttributes>
+    dedupContent(const RibOutPathAttributesDedupTable* table) const;
+    bool operator==(const RibOutPathAttributesFactory& o) const noexcept {
+        return contents_ == o.contents_;
+    }
+    explicit operator bool() const noexcept { return bool(contents_); }
+    std::string toStrep() const { return valueToStrep(contents_); }
+
+private:
+    PathAttributesContents contents_;
+};
+
+// Writes the attributes of any outbound tier (shared by every tier's serializeInternal).
+void serializeRibOutPathAttributes(const RibOutPathAttributes& a,
+                                   PathAttributesSerializeStoreMethodBase* store,
+                                   bool fourByteAsPeer, bool internalPeer, bool writeNextHop);
+
+namespace RibOutTier {
+
+template <class T>
+using Stashed = MelStash::CompressedStashSmartPtr<T const, 4>;
+using PathAttributesTier::addr;
+
+template <class Root>
+class CommonTier : public Root {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::base;
+    MultiExitDiscriminator medGet() const noexcept override {
+        return commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(medStorage_)
+                                            : MultiExitDiscriminator();
+    }
+    RoutingLocalPref localPrefGet() const noexcept override {
+        return commonFlagsStorage_ >> 7 & 1 ? RoutingLocalPref(localPrefStorage_)
+                                            : RoutingLocalPref();
+    }
+    Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept override {
+        return aspathAttr_.ptr();
+    }
+    Mel::PtrConst<ClusterList> clusterListGet() const noexcept override {
+        return clusterList_.ptr();
+    }
+    AspType aspTypeGet() const noexcept override { return AspType(commonFlagsStorage_ & 7); }
+    bool atomicAggregateGet() const noexcept override { return commonFlagsStorage_ >> 3 & 1; }
+    Origin originGet() const noexcept override { return Origin(commonFlagsStorage_ >> 4 & 3); }
+    bool llgrStaleGet() const noexcept override { return commonFlagsStorage_ >> 8 & 1; }
+
+protected:
+    explicit CommonTier(const PathAttributesContents& c)
+        : medStorage_(c.medStorage()), localPrefStorage_(c.localPrefStorage()),
+          aspathAttr_(c.aspathAttrStashed()), clusterList_(c.clusterListStashed()),
+          commonFlagsStorage_(
+              uint16_t(c.commonFlagsStorage() & RibOutPathAttributes::commonFlagsMask)) {}
+    void feedHash(Keel::HashMix& m) const noexcept {
+        m.hashMix(medStorage_);
+        m.hashMix(localPrefStorage_);
+        m.hashMix(addr(aspathAttr_));
+        m.hashMix(addr(clusterList_));
+        m.hashMix(commonFlagsStorage_);
+    }
+    bool sameMembers(const CommonTier& o) const noexcept {
+        return medStorage_ == o.medStorage_ && localPrefStorage_ == o.localPrefStorage_ &&
+               aspathAttr_ == o.aspathAttr_ && clusterList_ == o.clusterList_ &&
+               commonFlagsStorage_ == o.commonFlagsStorage_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return medStorage_ == c.medStorage() && localPrefStorage_ == c.localPrefStorage() &&
+               aspathAttr_ == c.aspathAttrStashed() && clusterList_ == c.clusterListStashed() &&
+               commonFlagsStorage_ ==
+                   (c.commonFlagsStorage() & RibOutPathAttributes::commonFlagsMask);
+    }
+    // Kept flags replace their bits; the dropped ones (noLlgr, ipLookupAsBackup) stay as c had
+    // them.
+    void fill(PathAttributesContents& c) const {
+        c.medStorageIs(medStorage_);
+        c.localPrefStorageIs(localPrefStorage_);
+        c.aspathAttrIs(aspathAttr_.ptr());
+        c.clusterListIs(clusterList_.ptr());
+        c.commonFlagsStorageIs(
+            uint16_t((c.commonFlagsStorage() & ~RibOutPathAttributes::commonFlagsMask) |
+                     commonFlagsStorage_));
+    }
+
+    uint32_t medStorage_;
+    uint32_t localPrefStorage_;
+    Stashed<AspathAttrCanonical> aspathAttr_;
+    Stashed<ClusterList> clusterList_;
+    uint16_t commonFlagsStorage_;
+};
+
+// The community tiers are the inbound ones over the outbound base.
+template <class Base>
+using WithCommListTier = PathAttributesTier::WithCommListTier<Base>;
+template <class Base>
+using InternetTier = PathAttributesTier::InternetTier<Base>;
+template <class Base>
+using WithExtCommListTier = PathAttributesTier::WithExtCommListTier<Base>;
+
+template <class Base>
+class FullTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::full;
+    Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
+    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
+    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
+        return extCommList_.ptr();
+    }
+    Mel::PtrConst<ExtCommIp6List> extCommIp6ListGet() const noexcept override {
+        return extCommIp6List_.ptr();
+    }
+    Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept override {
+        return largeCommList_.ptr();
+    }
+    Mel::PtrConst<PmsiTunnel> pmsiTunnelGet() const noexcept override { return pmsiTunnel_.ptr(); }
+    Mel::PtrConst<PrefixSid> prefixSidGet() const noexcept override { return prefixSid_.ptr(); }
+    Mel::PtrConst<TunnelEncap> tunnelEncapGet() const noexcept override {
+        return tunnelEncap_.ptr();
+    }
+    Mel::PtrConst<DomainPath> domainPathGet() const noexcept override { return domainPath_.ptr(); }
+    Mel::PtrConst<AccumulatedIgpMetric> aigpMetricGet() const noexcept override {
+        return aigpMetric_.ptr();
+    }
+    Mel::PtrConst<LinkStateAttrBase> linkStateGet() const noexcept override {
+        return linkState_.ptr();
+    }
+    Mel::PtrConst<AttributeSet> customerAttributeSetGet() const noexcept override {
+        return customerAttributeSet_.ptr();
+    }
+    Mel::PtrConst<GunkPathAttrList> gunkPathAttrListGet() const noexcept override {
+        return gunkPathAttrList_;
+    }
+
+protected:
+    explicit FullTier(const PathAttributesContents& c)
+        : Base(c), aggregator_(c.aggregatorStashed()), commList_(c.commListStashed()),
+          extCommList_(c.extCommListStashed()), extCommIp6List_(c.extCommIp6ListStashed()),
+          largeCommList_(c.largeCommListStashed()), pmsiTunnel_(c.pmsiTunnelStashed()),
+          prefixSid_(c.prefixSidStashed()), tunnelEncap_(c.tunnelEncapStashed()),
+          domainPath_(c.domainPathStashed()), aigpMetric_(c.aigpMetricStashed()),
+          linkState_(c.linkStateStashed()), customerAttributeSet_(c.customerAttributeSetStashed()),
+          gunkPathAttrList_(c.gunkPathAttrListRaw()) {}
+    auto members() const noexcept {
+        return std::make_tuple(addr(aggregator_), addr(commList_), addr(extCommList_),
+                               addr(extCommIp6List_), addr(largeCommList_), addr(pmsiTunnel_),
+                               addr(prefixSid_), addr(tunnelEncap_), addr(domainPath_),
+                               addr(aigpMetric_), addr(linkState_), addr(customerAttributeSet_),
+                               static_cast<const void*>(gunkPathAttrList_.get()));
+    }
+    static auto members(const PathAttributesContents& c) noexcept {
+        return std::make_tuple(addr(c.aggregatorStashed()), addr(c.commListStashed()),
+                               addr(c.extCommListStashed()), addr(c.extCommIp6ListStashed()),
+                               addr(c.largeCommListStashed()), addr(c.pmsiTunnelStashed()),
+                               addr(c.prefixSidStashed()), addr(c.tunnelEncapStashed()),
+                               addr(c.domainPathStashed()), addr(c.aigpMetricStashed()),
+                               addr(c.linkStateStashed()), addr(c.customerAttributeSetStashed()),
+                               static_cast<const void*>(c.gunkPathAttrListRaw().get()));
+    }
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m);
+        std::apply([&m](auto... p) { (m.hashMix(p), ...); }, members());
+    }
+    bool sameMembers(const FullTier& o) const noexcept {
+        return Base::sameMembers(o) && members() == o.members();
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) && members() == members(c);
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.aggregatorIs(aggregator_.ptr());
+        c.commListIs(commList_.ptr());
+        c.extCommListIs(extCommList_.ptr());
+        c.extCommIp6ListIs(extCommIp6List_.ptr());
+        c.largeCommListIs(largeCommList_.ptr());
+        c.pmsiTunnelIs(pmsiTunnel_.ptr());
+        c.prefixSidIs(prefixSid_.ptr());
+        c.tunnelEncapIs(tunnelEncap_.ptr());
+        c.domainPathIs(domainPath_.ptr());
+        c.aigpMetricIs(aigpMetric_.ptr());
+        c.linkStateIs(linkState_.ptr());
+        c.customerAttributeSetIs(customerAttributeSet_.ptr());
+        c.gunkPathAttrListIs(gunkPathAttrList_);
+    }
+
+    Stashed<Aggregator> aggregator_;
+    Stashed<CommList> commList_;
+    Stashed<ExtCommList> extCommList_;
+    Stashed<ExtCommIp6List> extCommIp6List_;
+    Stashed<LargeCommList> largeCommList_;
+    Stashed<PmsiTunnel> pmsiTunnel_;
+    Stashed<PrefixSid> prefixSid_;
+    Stashed<TunnelEncap> tunnelEncap_;
+    Stashed<DomainPath> domainPath_;
+    Stashed<AccumulatedIgpMetric> aigpMetric_;
+    Stashed<LinkStateAttrBase> linkState_;
+    Stashed<AttributeSet> customerAttributeSet_;
+    Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
+};
+
+template <class Leaf, class Chain>
+class Sealed : public Chain {
+public:
+    PathAttributeType getType() const noexcept override { return Chain::tierType; }
+    uint32_t hash() const override {
+        Keel::HashMix m;
+        m.hashMix(static_cast<uint32_t>(Chain::tierType));
+        Chain::feedHash(m);
+        return m.result();
+    }
+    bool compare(const Keel::DedupHandleBase* other) const override {
+        auto* o = dynamic_cast<const Sealed*>(other);
+        return o && o->getType() == Chain::tierType && Chain::sameMembers(*o);
+    }
+    bool compareByContent(const Keel::DedupContentHandle& content) const override {
+        auto& c = static_cast<const PathAttributesContents&>(content);
+        return RibOutPathAttributes::tierFor(c.dataMemberHasNonDefaultValue()) == Chain::tierType &&
+               Chain::sameContents(c);
+    }
+    void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
+    void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
+                           bool internalPeer, bool writeNextHop) const override {
+        serializeRibOutPathAttributes(*this, store, fourByteAsPeer, internalPeer, writeNextHop);
+    }
+    static Mel::PtrConst<RibOutPathAttributes> createMe(const PathAttributesContents& c) {
+        return Mel::PtrConst<RibOutPathAttributes>(new Leaf(c));
+    }
+
+protected:
+    explicit Sealed(const PathAttributesContents& c) : Chain(c) {}
+};
+
+} // namespace RibOutTier
+
+#define ORV_RIB_OUT_TIER(Name, Chain)                                                              \
+    class Name : public RibOutTier::Sealed<Name, Chain> {                                          \
+        MELSTASH_STORE_ALLOCATED(Name)                                                             \
+                                                                                                   \
+    public:                                                                                        \
+        explicit Name(const PathAttributesContents& c) : Sealed(c) {}                              \
+    }
+
+ORV_RIB_OUT_TIER(RibOutPathAttributesCommon, RibOutTier::CommonTier<RibOutPathAttributes>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithCommList,
+                 RibOutTier::WithCommListTier<RibOutPathAttributesCommon>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesInternet,
+                 RibOutTier::InternetTier<RibOutPathAttributesWithCommList>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithExtCommList,
+                 RibOutTier::WithExtCommListTier<RibOutPathAttributesCommon>);
+ORV_RIB_OUT_TIER(RibOutFullPathAttributes, RibOutTier::FullTier<RibOutPathAttributesCommon>);
+
+ORV_RIB_OUT_TIER(RibOutPathAttributesCommonDestashed, RibOutTier::CommonTier<RibOutPathAttributes>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithCommListDestashed,
+                 RibOutTier::WithCommListTier<RibOutPathAttributesCommonDestashed>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesInternetDestashed,
+                 RibOutTier::InternetTier<RibOutPathAttributesWithCommListDestashed>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithExtCommListDestashed,
+                 RibOutTier::WithExtCommListTier<RibOutPathAttributesCommonDestashed>);
+ORV_RIB_OUT_TIER(RibOutFullPathAttributesDestashed,
+                 RibOutTier::FullTier<RibOutPathAttributesCommonDestashed>);
+
+#undef ORV_RIB_OUT_TIER
+
+} // namespace Routing::Bgp
