@@ -7,7 +7,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <map>
+#include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 using namespace Routing::Bgp;
@@ -167,3 +171,61 @@ struct AspathTraits {
 } // namespace
 
 INSTANTIATE_TYPED_TEST_SUITE_P(AspathAttrCanonical, InternContract, ::testing::Types<AspathTraits>);
+
+// Two threads intern and release paths from one pool at random (fixed seeds), each checking
+// against its own model of what it holds: an equal path is always the object the thread already
+// holds, and once everything is released the table and the store are back where they started.
+TEST(AspathAttrCanonicalConcurrent, RandomPathsAgainstAModel) {
+    std::mt19937 gen(4);
+    std::vector<std::string> pool;
+    const char* open[] = {"", "{", "(", "["};
+    const char* close[] = {"", "}", ")", "]"};
+    for (int i = 0; i < 300; ++i) {
+        std::string text;
+        for (int s = int(gen() % 4); s > 0; --s) {
+            int kind = int(gen() % 4);
+            size_t n = gen() % 8 == 0 ? 300 : gen() % 6;
+            if (kind == 1 && n > 255) n = 255;
+            std::string as;
+            for (size_t k = 0; k < n; ++k)
+                as += (k ? " " : "") + std::to_string(gen() % 8 ? gen() % 70000 : gen());
+            if (kind == 0 && as.empty()) continue; // an empty sequence has no text
+            text += std::string(text.empty() ? "" : " / ") + open[kind] + as + close[kind];
+        }
+        pool.push_back(text.empty() ? "-" : text);
+    }
+    auto& stats = AspathAttrCanonical::melStashTypeStats();
+    int64_t objectsBefore = stats.objects.load();
+    size_t tableBefore = AspathAttrCanonicalDedupTable::instance().size();
+    std::vector<std::map<std::string, Mel::PtrConst<AspathAttrCanonical>>> models(2);
+    std::atomic<int> wrong{0};
+    auto work = [&](int t) {
+        std::mt19937 rng(100 + t);
+        auto& model = models[size_t(t)];
+        for (int op = 0; op < 15000; ++op) {
+            const std::string& text = pool[rng() % pool.size()];
+            if (rng() % 3 == 0) {
+                model.erase(text);
+                continue;
+            }
+            AspathAttrCanonicalContent c = aspathContent(text);
+            auto p = aspathAttrCanonicalFactory(c);
+            if (!p->compareByContent(c) || !p->isDeduped()) wrong.fetch_add(1);
+            auto [it, inserted] = model.emplace(text, p);
+            if (!inserted && it->second.get() != p.get()) wrong.fetch_add(1);
+        }
+    };
+    std::thread other(work, 1);
+    work(0);
+    other.join();
+    EXPECT_EQ(wrong.load(), 0);
+    for (auto& [text, p] : models[0]) {
+        auto it = models[1].find(text);
+        if (it != models[1].end()) {
+            EXPECT_EQ(it->second.get(), p.get()) << text;
+        }
+    }
+    models.clear();
+    EXPECT_EQ(AspathAttrCanonicalDedupTable::instance().size(), tableBefore);
+    EXPECT_EQ(stats.objects.load(), objectsBefore);
+}
