@@ -235,6 +235,10 @@ TunnelEncapTlvBase::destash(const void* stored, MelStash::StoreManager::RawPtr s
     return reader->destash(stored, store);
 }
 
+void TunnelEncapTlvBase::serializeInto(Serialize& s) const {
+    s.addBytes(serialize());
+}
+
 std::string TunnelEncapTlvBase::toStrep() const {
     std::ostringstream os;
     formatDerivedType(os);
@@ -313,11 +317,15 @@ void TunnelEncapTlvUnparsed::formatDerivedType(std::ostream& os) const {
 }
 
 Mel::Bytes TunnelEncapTlvUnparsed::serialize() const {
-    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: TunnelEncapTlvUnparsed::serialize()");
     Serialize s;
+    serializeInto(s);
+    return s.serializedBytes();
+}
+
+void TunnelEncapTlvUnparsed::serializeInto(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: TunnelEncapTlvUnparsed::serialize()");
     SerializedBgpTunnelEncap(tunnelType_, tlvLen_).appendTo(s);
     s.addData(tunnelTlvData());
-    return s.serializedBytes();
 }
 
 Mel::PtrConst<TunnelEncapTlvUnparsed>
@@ -474,18 +482,17 @@ TunnelEncapContent TunnelEncap::content() const {
 Mel::Bytes TunnelEncap::serialize() const {
     Tracelet::Handle& trace = Tracelet::orvBgp();
     TRACE_AT(trace, 5, "Serializing: TunnelEncap::serialize()");
-    Serialize body;
+    // The TLVs go straight after a reserved header, which is then written for the final length
+    // (moving the value down a byte when the short form fits): one buffer, no copies per TLV.
+    SerializePathAttributeAutoExtLen s;
     for (size_t i = 0; i < count_; ++i) {
         const TunnelEncapTlvBase* tlv = tunnelTlv(i);
         TRACE_AT(trace, 5,
                  "Serializing: TunnelEncap::serialize() for tunnelType " << tlv->tunnelType());
-        body.addBytes(tlv->serialize());
+        tlv->serializeInto(s);
     }
-    Serialize s;
-    SerializePathAttribute(s, BgpPathAttrType::tunnelEncap_,
-                           pathAttrFlagOptional | pathAttrFlagTransitive, body.size());
-    s.addData(body.span());
-    return s.serializedBytes();
+    return s.patchHdrAndStringify(BgpPathAttrType::tunnelEncap_,
+                                  pathAttrFlagOptional | pathAttrFlagTransitive);
 }
 
 std::string TunnelEncap::toStrep() const {

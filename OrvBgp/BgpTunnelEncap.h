@@ -174,6 +174,9 @@ public:
     virtual void formatDerivedType(std::ostream& os) const = 0;
     // The whole TLV: header and value.
     virtual Mel::Bytes serialize() const = 0;
+    // Appends what serialize() returns; classes override it to write in place, which is how the
+    // attribute writes its TLVs.
+    virtual void serializeInto(Serialize& s) const;
 
     bool compare(const Keel::DedupHandleBase* other) const final;
     bool compareByContent(const Keel::DedupContentHandle& content) const final;
@@ -237,6 +240,7 @@ public:
     void formatDerivedType(std::ostream& os) const override;
     // Header with the stored type and tlvLen, then the data unchanged.
     Mel::Bytes serialize() const override;
+    void serializeInto(Serialize& s) const override;
     uint32_t hash() const override { return hash_; }
 
     static Mel::PtrConst<TunnelEncapTlvUnparsed> destash(const void* stored,

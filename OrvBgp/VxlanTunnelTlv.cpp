@@ -148,14 +148,18 @@ void VxlanTunnelTlv::formatDerivedType(std::ostream& os) const {
 }
 
 Mel::Bytes VxlanTunnelTlv::serialize() const {
-    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: VxlanTunnelTlv::serialize()");
     Serialize s;
+    serializeInto(s);
+    return s.serializedBytes();
+}
+
+void VxlanTunnelTlv::serializeInto(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: VxlanTunnelTlv::serialize()");
     SerializedBgpTunnelEncap(vxlanType, uint16_t(valueLength())).appendTo(s);
     if (endpoint_) endpoint_->serializeInto(s);
     if (color_) color_->serializeInto(s);
     for (size_t i = 0; i < subTlvCount_; ++i)
         unparsedSubTlv(i)->serializeInto(s);
-    return s.serializedBytes();
 }
 
 Mel::PtrConst<VxlanTunnelTlv> VxlanTunnelTlv::destash(const void* stored,

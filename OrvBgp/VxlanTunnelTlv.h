@@ -66,6 +66,7 @@ public:
     // sub-TLVs.
     void formatDerivedType(std::ostream& os) const override;
     Mel::Bytes serialize() const override;
+    void serializeInto(Serialize& s) const override;
     uint32_t hash() const override { return hash_; }
 
     static Mel::PtrConst<VxlanTunnelTlv> destash(const void* stored,

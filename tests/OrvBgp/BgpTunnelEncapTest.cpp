@@ -8,6 +8,7 @@
 #include "Mel/Reflect.h"
 #include "OrvBgp/AttrWireTestHelpers.h"
 #include "OrvBgp/VxlanTunnelTlv.h"
+#include "Serialize/Serialize.h"
 #include "support/InternContract.h"
 
 #include <gtest/gtest.h>
@@ -241,6 +242,18 @@ TEST(TunnelEncapWire, MoreThan255BytesTakesTheExtendedLength) {
     EXPECT_EQ(vx->valueLength(), raw.size());
     const Mel::Bytes b = attribute({vx})->serialize();
     EXPECT_EQ(hexOf(Mel::Bytes(b.data(), 8)), "d0 17 01 29 00 08 01 25");
+}
+
+// The attribute writes its TLVs in place; what lands there must be each TLV's own form.
+TEST(TunnelEncapWire, SerializeIntoAppendsTheTlvsOwnBytes) {
+    const std::vector<Mel::PtrConst<TunnelEncapTlvBase>> tlvs = {
+        unparsed(2, "7f01aa"), vxlan("192.0.2.1", ColorSubTlv::intern(3), {subTlv(200, "01")})};
+    for (const auto& t : tlvs) {
+        Serialize s;
+        s.addU8(0xee);
+        t->serializeInto(s);
+        EXPECT_EQ(hexOf(s.serializedBytes()), "ee " + hexOf(t->serialize()));
+    }
 }
 
 TEST(TunnelEncapWire, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
