@@ -406,6 +406,13 @@ void formatTlvs(std::ostream& os, size_t count, Tlvs&& tlvAt) {
 }
 } // namespace
 
+void melFormat(std::ostream& os, const Mel::PtrConst<TunnelEncapTlvBase>& tlv) {
+    if (!tlv)
+        os << "None";
+    else
+        Mel::formatQuoted(os, tlv->toStrep());
+}
+
 std::ostream& operator<<(std::ostream& os, const TunnelEncapContent& c) {
     formatTlvs(os, c.tunnelTlvs(), [&](size_t i) { return c.tunnelTlvList()[i].get(); });
     return os;

@@ -35,6 +35,7 @@
 #include <string>
 #include <string_view>
 #include <typeinfo>
+#include <utility>
 #include <vector>
 
 class Serialize;
@@ -165,7 +166,7 @@ class TunnelEncapTlvBase : public MelStash::DedupHandle {
     MELSTASH_STORE_ALLOCATED(TunnelEncapTlvBase)
 
 public:
-    // Every class overrides these five and hash().
+    // Every class overrides these five and hash(). The base tunnelType() is a programming error.
     virtual uint16_t tunnelType() const;
     // Equality with another object of the same class.
     virtual bool compareDerived(const TunnelEncapTlvBase* other) const = 0;
@@ -186,7 +187,8 @@ public:
     static Mel::PtrConst<TunnelEncapTlvBase> dedupContent(TunnelEncapTlvDedupTableBase* table,
                                                           const TunnelEncapTlvContentBase& content,
                                                           uint32_t hash);
-    // This object interned in table: itself, or the equal object already there.
+    // This object interned in table: itself, or the equal object already there. An object
+    // interned in another table cannot join this one.
     Mel::PtrConst<TunnelEncapTlvBase> dedup(TunnelEncapTlvDedupTableBase* table) const;
     // Reads a stored TLV of any registered class back, interned in its class's default table.
     static Mel::PtrConst<TunnelEncapTlvBase> destash(const void* stored,
@@ -293,7 +295,12 @@ public:
 
 private:
     std::vector<Mel::PtrConst<TunnelEncapTlvBase>> tunnelTlv_;
+    MEL_VALUE_TYPE(TunnelEncapContent, "Routing::Bgp::TunnelEncapContent", (tunnelTlv_))
 };
+
+// In the Value form a TLV prints as its formatDerivedType text, quoted; that form does not read
+// back (Mel::NotSupportedException), since the text does not say which class to build.
+void melFormat(std::ostream& os, const Mel::PtrConst<TunnelEncapTlvBase>& tlv);
 
 // Same length and, index by index, the same TLV objects.
 bool tunnelEncapCompareImpl(const TunnelEncapContent& a, const TunnelEncapContent& b) noexcept;

@@ -616,6 +616,14 @@ TEST(TunnelEncapText, ValueFormsAreExactAndParseBack) {
                      "{'flags': 1, 'color': 9})})");
     EXPECT_TRUE(Mel::strepToValue<VxlanTunnelTlvContent>(vText) == vc);
 
+    TunnelEncapContent ec =
+        attribute({TunnelEncapTlvUnparsed::intern({8, 12, hex("00")}), vxlan("192.0.2.1", nullptr)})
+            ->content();
+    EXPECT_EQ(Mel::valueToStrep(ec), "Value('Routing::Bgp::TunnelEncapContent', ** {'tunnelTlv': "
+                                     "['T=8 L=12', 'T=8 L=12 Endpoint=192.0.2.1']})");
+    EXPECT_THROW(Mel::strepToValue<TunnelEncapContent>(Mel::valueToStrep(ec)),
+                 Mel::NotSupportedException);
+
     auto s = subTlv(200, "0102");
     EXPECT_EQ(s->valueToStrep(), "Value('Routing::Bgp::UnparsedSubTlvContent', ** {'subTlvType': "
                                  "200, 'subTlvLen': 2, 'subTlvData': '0102'})");
