@@ -762,6 +762,27 @@ TEST(TunnelEncapDeathTest, ObjectInternedElsewhereCannotJoinAnotherTable) {
     EXPECT_DEATH(t->dedup(other.get()), assertionPattern(unit, "dedupTable() == table"));
 }
 
+// A TLV's value length has 16 bits; so does an unparsed sub-TLV's data.
+TEST(TunnelEncapDeathTest, LengthsBeyondSixteenBits) {
+    const Mel::Bytes big(std::vector<uint8_t>(40000, 0x5a));
+    VxlanTunnelTlvContent c;
+    c.unparsedSubTlvIs(UnparsedSubTlv::intern(UnparsedSubTlvContent(200, big)));
+    EXPECT_EQ(VxlanTunnelTlv::intern(c)->valueLength(), 40003u);
+    c.unparsedSubTlvIs(UnparsedSubTlv::intern(UnparsedSubTlvContent(201, big)));
+    EXPECT_DEATH(VxlanTunnelTlv::intern(c),
+                 assertionPattern("OrvBgp/VxlanTunnelTlv", "len <= 0xffff"));
+    EXPECT_DEATH(
+        UnparsedSubTlv::intern(
+            UnparsedSubTlvContent(200, Mel::Bytes(std::vector<uint8_t>(65536, 1)))),
+        assertionPattern("OrvBgp/BgpTunnelEncapSubTlv", "c.subTlvData().size() <= 0xffff"));
+    EXPECT_DEATH(TunnelEncapTlvUnparsed::intern({2, Mel::Bytes(std::vector<uint8_t>(65536, 1))}),
+                 assertionPattern(unit, "content.tunnelTlvData().size() <= 0xffff"));
+    VxlanTunnelTlvContent wrongType;
+    wrongType.tunnelTypeIs(9);
+    EXPECT_DEATH(vxlanTunnelTlvFactory(wrongType),
+                 assertionPattern("OrvBgp/VxlanTunnelTlv", "content.tunnelType() == vxlanType"));
+}
+
 // ---- Independent decoding ----------------------------------------------------------------------
 
 TEST(TunnelEncapTshark, UnparsedTlvDecodesToItsBytes) {
