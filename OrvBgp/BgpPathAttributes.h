@@ -23,6 +23,42 @@ class PathAttributesSerializeStoreMethodBase;
 class PathAttributesDedupTable;
 class RibOutLbwContext;
 
+// Every member of a set as plain values and raw pointers, borrowed from the set (valid while it is
+// held): what the serializers read, without a reference-count round trip per attribute.
+struct PathAttributesView {
+    Routing::RouteTag tag = 0;
+    uint32_t medStorage = 0;
+    uint32_t localPrefStorage = 0;
+    const GenNexthop* nextHop = nullptr;
+    const AspathAttrCanonical* aspathAttr = nullptr;
+    const ClusterList* clusterList = nullptr;
+    uint16_t commonFlagsStorage = 0x20; // origin 2, as the base answers
+    Routing::RoutePreference preference = 1;
+    uint8_t uncommonFlagsStorage = 0;
+    RouteWeight weight = 0;
+    RouteWeight bpAsPathWeight = 0;
+    uint32_t igpOrRedistMetricStorage = 0;
+    const GenNexthop* llNextHop = nullptr;
+    const Aggregator* aggregator = nullptr;
+    const CommList* commList = nullptr;
+    const ExtCommList* extCommList = nullptr;
+    const ExtCommIp6List* extCommIp6List = nullptr;
+    const LargeCommList* largeCommList = nullptr;
+    const PmsiTunnel* pmsiTunnel = nullptr;
+    const PrefixSid* prefixSid = nullptr;
+    const TunnelEncap* tunnelEncap = nullptr;
+    const DomainPath* domainPath = nullptr;
+    const AccumulatedIgpMetric* aigpMetric = nullptr;
+    const LinkStateAttrBase* linkState = nullptr;
+    const AttributeSet* customerAttributeSet = nullptr;
+    const GunkPathAttrList* gunkPathAttrList = nullptr;
+
+    Origin origin() const noexcept { return Origin(commonFlagsStorage >> 4 & 3); }
+    bool atomicAggregate() const noexcept { return commonFlagsStorage >> 3 & 1; }
+    bool medSpecified() const noexcept { return commonFlagsStorage >> 6 & 1; }
+    bool localPrefSpecified() const noexcept { return commonFlagsStorage >> 7 & 1; }
+};
+
 // The interface every tier answers. A tier that does not store an attribute answers its default:
 // tag 0, metrics unspecified, preference 1, flags false, origin 2 (the base's own default; every
 // tier stores origin, so it is never seen through one), weights 0, pointers null.
@@ -44,6 +80,8 @@ public:
     virtual void serializeInternal(PathAttributesSerializeStoreMethodBase* store,
                                    bool fourByteAsPeer, bool internalPeer,
                                    bool writeNextHop) const = 0;
+    // Fills v with the members this tier stores (the others keep v's values: pass a fresh view).
+    virtual void viewGet(PathAttributesView& v) const noexcept = 0;
     // The set that outbound duplicate detection compares: the set itself for every inbound tier.
     virtual const PathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
         return this;

@@ -8,6 +8,12 @@
 
 namespace Routing::Bgp {
 
+// Writes a set's attributes in ascending type code, one sink call each (every tier's
+// serializeInternal, inbound and outbound).
+void serializeAttributeSet(const PathAttributesView& v,
+                           PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
+                           bool internalPeer, bool writeNextHop);
+
 namespace PathAttributesTier {
 
 template <class T>
@@ -83,6 +89,17 @@ protected:
                    (c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask) &&
                preference_ == c.preference();
     }
+    void fillView(PathAttributesView& v) const noexcept {
+        v.tag = tag_;
+        v.medStorage = medStorage_;
+        v.localPrefStorage = localPrefStorage_;
+        v.nextHop = nextHop_.get();
+        v.aspathAttr = aspathAttr_.get();
+        v.clusterList = clusterList_.get();
+        v.commonFlagsStorage = commonFlagsStorage_;
+        v.preference = preference_;
+        v.uncommonFlagsStorage = uncommonFlagsStorage_;
+    }
     void fill(PathAttributesContents& c) const {
         c.tagIs(tag_);
         c.medStorageIs(medStorage_);
@@ -132,6 +149,11 @@ protected:
         c.commListIs(commList_.ptr());
         c.aggregatorIs(aggregator_.ptr());
     }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.commList = commList_.get();
+        v.aggregator = aggregator_.get();
+    }
     Stashed<CommList> commList_;
     Stashed<Aggregator> aggregator_;
 };
@@ -168,6 +190,11 @@ protected:
         c.extCommListIs(extCommList_.ptr());
         c.largeCommListIs(largeCommList_.ptr());
     }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.extCommList = extCommList_.get();
+        v.largeCommList = largeCommList_.get();
+    }
     Stashed<ExtCommList> extCommList_;
     Stashed<LargeCommList> largeCommList_;
 };
@@ -200,6 +227,11 @@ protected:
         Base::fill(c);
         c.commListIs(commList_.ptr());
         c.extCommListIs(extCommList_.ptr());
+    }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.commList = commList_.get();
+        v.extCommList = extCommList_.get();
     }
     Stashed<CommList> commList_;
     Stashed<ExtCommList> extCommList_;
@@ -332,6 +364,26 @@ protected:
         c.customerAttributeSetIs(customerAttributeSet_.ptr());
         c.gunkPathAttrListIs(gunkPathAttrList_);
     }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.weight = weight_;
+        v.bpAsPathWeight = bpAsPathWeight_;
+        v.igpOrRedistMetricStorage = igpOrRedistMetricStorage_;
+        v.llNextHop = llNextHop_.get();
+        v.aggregator = aggregator_.get();
+        v.commList = commList_.get();
+        v.extCommList = extCommList_.get();
+        v.extCommIp6List = extCommIp6List_.get();
+        v.largeCommList = largeCommList_.get();
+        v.pmsiTunnel = pmsiTunnel_.get();
+        v.prefixSid = prefixSid_.get();
+        v.tunnelEncap = tunnelEncap_.get();
+        v.domainPath = domainPath_.get();
+        v.aigpMetric = aigpMetric_.get();
+        v.linkState = linkState_.get();
+        v.customerAttributeSet = customerAttributeSet_.get();
+        v.gunkPathAttrList = gunkPathAttrList_.get();
+    }
 
     uint32_t igpOrRedistMetricStorage_;
     RouteWeight weight_;
@@ -372,9 +424,12 @@ public:
         return c.pathAttributeType() == Chain::tierType && Chain::sameContents(c);
     }
     void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
+    void viewGet(PathAttributesView& v) const noexcept override { Chain::fillView(v); }
     void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
                            bool internalPeer, bool writeNextHop) const override {
-        serializePathAttributes(*this, store, fourByteAsPeer, internalPeer, writeNextHop);
+        PathAttributesView v;
+        Chain::fillView(v);
+        serializeAttributeSet(v, store, fourByteAsPeer, internalPeer, writeNextHop);
     }
     static Mel::PtrConst<PathAttributes> createMe(const PathAttributesContents& c) {
         return Mel::PtrConst<PathAttributes>(new Leaf(c));
@@ -385,10 +440,6 @@ protected:
 };
 
 } // namespace PathAttributesTier
-
-// Writes the attributes of any tier (shared by every tier's serializeInternal).
-void serializePathAttributes(const PathAttributes& a, PathAttributesSerializeStoreMethodBase* store,
-                             bool fourByteAsPeer, bool internalPeer, bool writeNextHop);
 
 // Leaves: the five tiers, and their read-back twins with the same members and answers.
 #define ORV_PATH_ATTRIBUTES_TIER(Name, Chain)                                                      \

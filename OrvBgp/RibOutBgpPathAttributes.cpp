@@ -2,7 +2,6 @@
 
 #define ORV_UNIT "OrvBgp/RibOutBgpPathAttributes"
 #include "Keel/Assert.h"
-#include "OrvBgp/PathAttributesWire.h"
 
 namespace Routing::Bgp {
 
@@ -152,12 +151,6 @@ RibOutPathAttributesStats& RibOutPathAttributesStats::instance() {
 Mel::PtrConst<RibOutPathAttributes>
 RibOutPathAttributesFactory::dedupContent(const RibOutPathAttributesDedupTable* table) const {
     return RibOutPathAttributes::dedupContent(table, contents_);
-}
-
-void serializeRibOutPathAttributes(const RibOutPathAttributes& a,
-                                   PathAttributesSerializeStoreMethodBase* store,
-                                   bool fourByteAsPeer, bool internalPeer, bool writeNextHop) {
-    serializeAttributeSet(a, store, fourByteAsPeer, internalPeer, writeNextHop);
 }
 
 } // namespace Routing::Bgp

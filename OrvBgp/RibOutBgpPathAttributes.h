@@ -31,6 +31,8 @@ public:
     virtual void serializeInternal(PathAttributesSerializeStoreMethodBase* store,
                                    bool fourByteAsPeer, bool internalPeer,
                                    bool writeNextHop) const = 0;
+    // Fills v with the kept members (the view's next hop and other unkept members stay as given).
+    virtual void viewGet(PathAttributesView& v) const noexcept = 0;
     virtual const RibOutPathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
         return this;
     }
@@ -104,11 +106,6 @@ private:
     PathAttributesContents contents_;
 };
 
-// Writes the attributes of any outbound tier (shared by every tier's serializeInternal).
-void serializeRibOutPathAttributes(const RibOutPathAttributes& a,
-                                   PathAttributesSerializeStoreMethodBase* store,
-                                   bool fourByteAsPeer, bool internalPeer, bool writeNextHop);
-
 namespace RibOutTier {
 
 template <class T>
@@ -161,6 +158,13 @@ protected:
                aspathAttr_ == c.aspathAttrStashed() && clusterList_ == c.clusterListStashed() &&
                commonFlagsStorage_ ==
                    (c.commonFlagsStorage() & RibOutPathAttributes::commonFlagsMask);
+    }
+    void fillView(PathAttributesView& v) const noexcept {
+        v.medStorage = medStorage_;
+        v.localPrefStorage = localPrefStorage_;
+        v.aspathAttr = aspathAttr_.get();
+        v.clusterList = clusterList_.get();
+        v.commonFlagsStorage = commonFlagsStorage_;
     }
     // Kept flags replace their bits; the dropped ones (noLlgr, ipLookupAsBackup) stay as c had
     // them.
@@ -274,6 +278,22 @@ protected:
         c.customerAttributeSetIs(customerAttributeSet_.ptr());
         c.gunkPathAttrListIs(gunkPathAttrList_);
     }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.aggregator = aggregator_.get();
+        v.commList = commList_.get();
+        v.extCommList = extCommList_.get();
+        v.extCommIp6List = extCommIp6List_.get();
+        v.largeCommList = largeCommList_.get();
+        v.pmsiTunnel = pmsiTunnel_.get();
+        v.prefixSid = prefixSid_.get();
+        v.tunnelEncap = tunnelEncap_.get();
+        v.domainPath = domainPath_.get();
+        v.aigpMetric = aigpMetric_.get();
+        v.linkState = linkState_.get();
+        v.customerAttributeSet = customerAttributeSet_.get();
+        v.gunkPathAttrList = gunkPathAttrList_.get();
+    }
 
     Stashed<Aggregator> aggregator_;
     Stashed<CommList> commList_;
@@ -310,9 +330,12 @@ public:
                Chain::sameContents(c);
     }
     void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
+    void viewGet(PathAttributesView& v) const noexcept override { Chain::fillView(v); }
     void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
                            bool internalPeer, bool writeNextHop) const override {
-        serializeRibOutPathAttributes(*this, store, fourByteAsPeer, internalPeer, writeNextHop);
+        PathAttributesView v;
+        Chain::fillView(v);
+        serializeAttributeSet(v, store, fourByteAsPeer, internalPeer, writeNextHop);
     }
     static Mel::PtrConst<RibOutPathAttributes> createMe(const PathAttributesContents& c) {
         return Mel::PtrConst<RibOutPathAttributes>(new Leaf(c));
