@@ -24,12 +24,12 @@ using Config = std::vector<std::pair<std::string, int>>;
 
 // Parses a configuration; calls bad(entry, reason) for each malformed entry and skips it.
 template <class OnBad>
-Config parseSpec(std::string_view spec, OnBad&& bad) {
+Config parseSettings(std::string_view settings, OnBad&& bad) {
     Config config;
-    while (!spec.empty()) {
-        size_t comma = spec.find(',');
-        std::string_view entry = spec.substr(0, comma);
-        spec = comma == std::string_view::npos ? std::string_view() : spec.substr(comma + 1);
+    while (!settings.empty()) {
+        size_t comma = settings.find(',');
+        std::string_view entry = settings.substr(0, comma);
+        settings = comma == std::string_view::npos ? std::string_view() : settings.substr(comma + 1);
         if (entry.empty()) continue;
         size_t colon = entry.find(':');
         std::string_view name = entry.substr(0, colon);
@@ -79,7 +79,7 @@ struct Registry {
 Config environmentConfig() {
     const char* env = std::getenv("ORV_TRACE");
     if (!env) return {};
-    return parseSpec(env, [](std::string_view entry, const char* reason) {
+    return parseSettings(env, [](std::string_view entry, const char* reason) {
         std::fprintf(stderr, "Tracelet: ignoring ORV_TRACE entry '%.*s': %s\n", int(entry.size()),
                      entry.data(), reason);
     });
@@ -134,8 +134,8 @@ Handle& handle(std::string_view name) {
     return *it->second;
 }
 
-void configure(std::string_view spec) {
-    Config config = parseSpec(spec, [](std::string_view entry, const char* reason) {
+void configure(std::string_view settings) {
+    Config config = parseSettings(settings, [](std::string_view entry, const char* reason) {
         throw Mel::ParseException("invalid trace setting '" + std::string(entry) + "': " + reason);
     });
     registry().apply(std::move(config));

@@ -60,9 +60,9 @@ inline Handle& orvBgp() noexcept {
     return orvBgpHandle;
 }
 
-// Replaces the whole configuration, as if ORV_TRACE had held `spec`: every handle not named is
+// Replaces the whole configuration, as if ORV_TRACE had held `settings`: every handle not named is
 // switched off. Throws Mel::ParseException naming the bad entry, leaving levels unchanged.
-void configure(std::string_view spec);
+void configure(std::string_view settings);
 
 // Re-reads ORV_TRACE and applies it as configure() would, except that malformed entries are
 // reported on stderr and skipped. Load time does this once; call again after changing it.
