@@ -274,8 +274,9 @@ TunnelEncapTlvUnparsed::TunnelEncapTlvUnparsedIs(const TunnelEncapTlvUnparsedCon
 
 Mel::PtrConst<TunnelEncapTlvUnparsed>
 TunnelEncapTlvUnparsed::intern(const TunnelEncapTlvUnparsedContent& content) {
-    return Mel::ptrStaticCast<const TunnelEncapTlvUnparsed>(
-        dedupContent(&TunnelEncapTlvUnparsedDedupTable::instance(), content, content.hash()));
+    auto tlv = dedupContent(&TunnelEncapTlvUnparsedDedupTable::instance(), content, content.hash());
+    return Mel::PtrConst<TunnelEncapTlvUnparsed>::adopt(
+        static_cast<const TunnelEncapTlvUnparsed*>(tlv.detach()));
 }
 
 std::span<const uint8_t> TunnelEncapTlvUnparsed::tunnelTlvData() const noexcept {

@@ -25,6 +25,7 @@
 #include "MelStash/StoreManager.h"
 #include "OrvBgp/BgpTunnelEncapSubTlv.h"
 
+#include <boost/container/small_vector.hpp>
 #include <boost/describe/enum.hpp>
 
 #include <cstddef>
@@ -283,9 +284,9 @@ public:
     void tunnelTlvIs(const Mel::PtrConst<TunnelEncapTlvBase>& tlv);
     const Mel::PtrConst<TunnelEncapTlvBase>& tunnelTlv(size_t i) const;
     size_t tunnelTlvs() const noexcept { return tunnelTlv_.size(); }
-    const std::vector<Mel::PtrConst<TunnelEncapTlvBase>>& tunnelTlvList() const noexcept {
-        return tunnelTlv_;
-    }
+    // Most attributes hold one or two TLVs: those stay inside the content, off the heap.
+    using TlvList = boost::container::small_vector<Mel::PtrConst<TunnelEncapTlvBase>, 2>;
+    const TlvList& tunnelTlvList() const noexcept { return tunnelTlv_; }
     // Mixes each TLV's hash in list order.
     uint32_t hash() const noexcept;
 
@@ -294,7 +295,7 @@ public:
     friend bool operator<(const TunnelEncapContent& a, const TunnelEncapContent& b) noexcept;
 
 private:
-    std::vector<Mel::PtrConst<TunnelEncapTlvBase>> tunnelTlv_;
+    TlvList tunnelTlv_;
     MEL_VALUE_TYPE(TunnelEncapContent, "Routing::Bgp::TunnelEncapContent", (tunnelTlv_))
 };
 

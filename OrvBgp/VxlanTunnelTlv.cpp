@@ -81,10 +81,13 @@ VxlanTunnelTlv* VxlanTunnelTlv::make(const VxlanTunnelTlvContent& content) {
 }
 
 Mel::PtrConst<VxlanTunnelTlv> VxlanTunnelTlv::intern(const VxlanTunnelTlvContent& content) {
-    VxlanTunnelTlvContent c = content;
-    c.tunnelTypeIs(vxlanType);
-    return Mel::ptrStaticCast<const VxlanTunnelTlv>(
-        dedupContent(&VxlanTunnelTlvDedupTable::instance(), c, c.hash()));
+    if (content.tunnelType() != vxlanType) {
+        VxlanTunnelTlvContent c = content;
+        c.tunnelTypeIs(vxlanType);
+        return intern(c);
+    }
+    auto tlv = dedupContent(&VxlanTunnelTlvDedupTable::instance(), content, content.hash());
+    return Mel::PtrConst<VxlanTunnelTlv>::adopt(static_cast<const VxlanTunnelTlv*>(tlv.detach()));
 }
 
 const UnparsedSubTlv* VxlanTunnelTlv::unparsedSubTlv(size_t i) const {
