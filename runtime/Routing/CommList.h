@@ -108,7 +108,7 @@ protected:
 
 private:
     uint32_t count_;
-    Elem values_[];
+    Elem values_[0];
 };
 
 // Standard communities, each a 32-bit value (high 16 bits the AS, low 16 the local value).
