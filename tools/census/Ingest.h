@@ -1,0 +1,73 @@
+// One thread's share of a census: its peers' RIB, and the interning of every path it is handed.
+// Paths are split between threads by peer, so a RIB is only ever touched by its own thread; the
+// library's intern tables are shared and interned into concurrently.
+//   Census::Ingest in;  auto sets = in.intern(contents);
+//   in.announce(peer, prefix, Census::kSafiUnicast, sets);   // or in.withdraw(peer, prefix, safi)
+#pragma once
+
+#include "census/Rib.h"
+
+#include "OrvBgp/PathAttributesContents.h"
+
+#include <chrono>
+#include <cstdint>
+
+namespace Census {
+
+struct IngestCounts {
+    uint64_t announced = 0;     // paths put in the RIB (RIB entries and announcements)
+    uint64_t withdrawn = 0;     // withdrawals handed to the RIB
+    uint64_t unusable = 0;      // paths RFC 7606 treats as withdrawn (withdrawn from the RIB too)
+    uint64_t setsInterned = 0;  // inbound/outbound set pairs looked up (one per UPDATE or entry)
+    uint64_t buildFailures = 0; // decoded paths the library could not take (counted, not used)
+    uint64_t internNanos = 0;   // time spent building contents, interning and updating the RIB
+
+    IngestCounts& operator+=(const IngestCounts& o);
+};
+
+struct InternedSets {
+    Rib::InSet in;
+    Rib::OutSet out;
+};
+
+class Ingest {
+public:
+    Ingest() = default;
+    Ingest(const Ingest&) = delete;
+    Ingest& operator=(const Ingest&) = delete;
+    virtual ~Ingest();
+
+    // The interned inbound set of the contents and the outbound set built from the same contents.
+    InternedSets intern(const Routing::Bgp::PathAttributesContents& c);
+    void announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InternedSets& sets) {
+        ++counts_.announced;
+        rib_.announce(peer, prefix, safi, sets.in, sets.out);
+    }
+    void withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi) {
+        ++counts_.withdrawn;
+        rib_.withdraw(peer, prefix, safi);
+    }
+
+    Rib& rib() noexcept { return rib_; }
+    const Rib& rib() const noexcept { return rib_; }
+    PeerTable& peers() noexcept { return peers_; }
+    const PeerTable& peers() const noexcept { return peers_; }
+    IngestCounts& counts() noexcept { return counts_; }
+    const IngestCounts& counts() const noexcept { return counts_; }
+
+    // Releases every route (the sets leave their tables when nothing else holds them).
+    void clear() { rib_.clear(); }
+
+protected:
+    using Clock = std::chrono::steady_clock;
+    void addTime(Clock::time_point since) {
+        counts_.internNanos += uint64_t(
+            std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - since).count());
+    }
+
+    Rib rib_;
+    PeerTable peers_;
+    IngestCounts counts_;
+};
+
+} // namespace Census

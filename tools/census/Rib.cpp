@@ -1,0 +1,145 @@
+#include "census/Rib.h"
+
+namespace Census {
+
+namespace {
+
+inline uint64_t mix(uint64_t h) noexcept {
+    h ^= h >> 33;
+    h *= 0xff51afd7ed558ccdULL;
+    h ^= h >> 33;
+    h *= 0xc4ceb9fe1a85ec53ULL;
+    h ^= h >> 33;
+    return h;
+}
+
+// Host bits cleared: bytes past the length zeroed, the last partial byte masked.
+void maskInto(const Prefix& p, uint8_t* out, size_t n) noexcept {
+    std::memcpy(out, p.address.bytes.data(), n);
+    const size_t full = p.length / 8;
+    if (full >= n) return;
+    if (unsigned rest = p.length % 8) {
+        out[full] &= uint8_t(0xff00u >> rest);
+        std::memset(out + full + 1, 0, n - full - 1);
+    } else {
+        std::memset(out + full, 0, n - full);
+    }
+}
+
+template <class Map>
+size_t mapBytes(const Map& m) noexcept {
+    // Slots plus one metadata byte per slot, as the open-addressing layout stores them.
+    return m.bucket_count() * (sizeof(typename Map::value_type) + 1) + sizeof(Map);
+}
+
+} // namespace
+
+// ---- PeerTable ----------------------------------------------------------------------------------
+
+size_t PeerTable::KeyHash::operator()(const Key& k) const noexcept {
+    uint64_t a, b;
+    std::memcpy(&a, k.address.data(), 8);
+    std::memcpy(&b, k.address.data() + 8, 8);
+    return mix(a ^ mix(b ^ (uint64_t(k.as) << 8 | k.family)));
+}
+
+uint16_t PeerTable::index(const Peer& p) {
+    Key k{p.address.bytes, p.as, p.address.family};
+    auto it = byKey_.find(k);
+    if (it != byKey_.end()) return it->second;
+    if (peers_.size() >= kMaxPeers) return uint16_t(kMaxPeers - 1);
+    uint16_t i = uint16_t(peers_.size());
+    byKey_.emplace(k, i);
+    peers_.push_back(p);
+    return i;
+}
+
+size_t PeerTable::memoryBytes() const noexcept {
+    return mapBytes(byKey_) + peers_.capacity() * sizeof(Peer);
+}
+
+// ---- Rib ----------------------------------------------------------------------------------------
+
+size_t Rib::Hash::operator()(const Key4& k) const noexcept {
+    return mix((uint64_t(k.address) << 32 | k.pathId) ^
+               mix(uint64_t(k.peer) << 16 | uint64_t(k.length) << 8 | k.safi));
+}
+
+size_t Rib::Hash::operator()(const Key6& k) const noexcept {
+    uint64_t a, b;
+    std::memcpy(&a, k.address.data(), 8);
+    std::memcpy(&b, k.address.data() + 8, 8);
+    return mix(a ^ mix(b ^ mix(uint64_t(k.pathId) << 32 | uint64_t(k.peer) << 16 |
+                               uint64_t(k.length) << 8 | k.safi)));
+}
+
+Rib::Key4 Rib::key4(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
+    uint8_t b[4];
+    maskInto(p, b, 4);
+    return Key4{readBe32(b), p.hasPathId ? p.pathId : 0, peer, p.length, safi};
+}
+
+Rib::Key6 Rib::key6(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
+    Key6 k{};
+    maskInto(p, k.address.data(), 16);
+    k.pathId = p.hasPathId ? p.pathId : 0;
+    k.peer = peer;
+    k.length = p.length;
+    k.safi = safi;
+    return k;
+}
+
+template <class Map, class K>
+void Rib::put(Map& m, const K& k, const InSet& in, const OutSet& out) {
+    ++counts_.announcements;
+    auto [it, inserted] = m.try_emplace(k);
+    Entry& e = it->second;
+    if (inserted)
+        ++counts_.added;
+    else if (e.in.get() == in.get())
+        ++counts_.unchanged;
+    else
+        ++counts_.replaced;
+    // Assigning releases the sets the route held before (and with them, when they were the last
+    // holders, the objects leave their tables).
+    e.in = in.get();
+    e.out = out.get();
+}
+
+void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSet& in,
+                   const OutSet& out) {
+    if (prefix.address.isV6())
+        put(v6_, key6(peer, prefix, safi), in, out);
+    else
+        put(v4_, key4(peer, prefix, safi), in, out);
+}
+
+bool Rib::withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi) {
+    ++counts_.withdrawals;
+    size_t n = prefix.address.isV6() ? v6_.erase(key6(peer, prefix, safi))
+                                     : v4_.erase(key4(peer, prefix, safi));
+    counts_.removed += n;
+    return n != 0;
+}
+
+Rib::InSet Rib::find(uint16_t peer, const Prefix& prefix, uint8_t safi) const {
+    if (prefix.address.isV6()) {
+        auto it = v6_.find(key6(peer, prefix, safi));
+        return it == v6_.end() ? InSet() : InSet(it->second.in.get());
+    }
+    auto it = v4_.find(key4(peer, prefix, safi));
+    return it == v4_.end() ? InSet() : InSet(it->second.in.get());
+}
+
+void Rib::clear() {
+    v4_.clear();
+    v6_.clear();
+    v4_.rehash(0);
+    v6_.rehash(0);
+}
+
+size_t Rib::memoryBytes() const noexcept {
+    return mapBytes(v4_) + mapBytes(v6_);
+}
+
+} // namespace Census
