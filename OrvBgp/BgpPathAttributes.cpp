@@ -16,30 +16,18 @@ namespace Routing::Bgp {
 
 // ---- interning ----
 
-#define ORV_ASSERT_INTERNED(member)                                                                \
-    ORV_ASSERT_TEXT(nullptr == (member) ||                                                         \
-                        (member)->dedupState() != Keel::dedupHandleStateNeverDeduped(),            \
-                    "__null == ( _" #member " ) || ( _" #member                                    \
-                    " )->dedupState() != Keel::dedupHandleStateNeverDeduped()")
+// The interned-first check on one pointer about to be hashed, in the words the assertion uses.
+#define ORV_ASSERT_INTERNED_IN(unit, member)                                                       \
+    ORV_ASSERT_TEXT_IN(unit,                                                                       \
+                       nullptr == (member) ||                                                      \
+                           (member)->dedupState() != Keel::dedupHandleStateNeverDeduped(),         \
+                       "__null == ( _" #member " ) || ( _" #member                                 \
+                       " )->dedupState() != Keel::dedupHandleStateNeverDeduped()")
 
-uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesContents& c) {
-    Keel::HashMix m;
+void PathAttributesTier::feedTierPointers(Keel::HashMix& m, PathAttributeType t,
+                                          const PathAttributesContents& c, bool withLlNextHop,
+                                          const char* unit) {
     auto ptr = [&m](const auto* p) { m.hashMix(static_cast<const void*>(p)); };
-    const GenNexthop* nextHop = c.nextHopStashed().get();
-    const AspathAttrCanonical* aspathAttr = c.aspathAttrStashed().get();
-    const ClusterList* clusterList = c.clusterListStashed().get();
-    ORV_ASSERT_INTERNED(nextHop);
-    ORV_ASSERT_INTERNED(aspathAttr);
-    ORV_ASSERT_INTERNED(clusterList);
-    m.hashMix(static_cast<uint32_t>(t));
-    m.hashMix(c.tag());
-    m.hashMix(c.medStorage());
-    m.hashMix(c.localPrefStorage());
-    ptr(nextHop);
-    ptr(aspathAttr);
-    ptr(clusterList);
-    m.hashMix(uint16_t(c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask));
-    m.hashMix(c.preference());
     const CommList* commList = c.commListStashed().get();
     const Aggregator* aggregator = c.aggregatorStashed().get();
     const ExtCommList* extCommList = c.extCommListStashed().get();
@@ -49,32 +37,28 @@ uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesC
     case PathAttributeType::withRibOutLbwContext:
         break;
     case PathAttributeType::withCommList:
-        ORV_ASSERT_INTERNED(commList);
-        ORV_ASSERT_INTERNED(aggregator);
+        ORV_ASSERT_INTERNED_IN(unit, commList);
+        ORV_ASSERT_INTERNED_IN(unit, aggregator);
         ptr(commList);
         ptr(aggregator);
         break;
     case PathAttributeType::withExtCommList:
-        ORV_ASSERT_INTERNED(commList);
-        ORV_ASSERT_INTERNED(extCommList);
+        ORV_ASSERT_INTERNED_IN(unit, commList);
+        ORV_ASSERT_INTERNED_IN(unit, extCommList);
         ptr(commList);
         ptr(extCommList);
         break;
     case PathAttributeType::internet:
-        ORV_ASSERT_INTERNED(commList);
-        ORV_ASSERT_INTERNED(aggregator);
-        ORV_ASSERT_INTERNED(largeCommList);
-        ORV_ASSERT_INTERNED(extCommList);
+        ORV_ASSERT_INTERNED_IN(unit, commList);
+        ORV_ASSERT_INTERNED_IN(unit, aggregator);
+        ORV_ASSERT_INTERNED_IN(unit, largeCommList);
+        ORV_ASSERT_INTERNED_IN(unit, extCommList);
         ptr(commList);
         ptr(aggregator);
         ptr(largeCommList);
         ptr(extCommList);
         break;
     case PathAttributeType::full: {
-        m.hashMix(uint8_t(c.uncommonFlagsStorage() & 3));
-        m.hashMix(c.weight());
-        m.hashMix(c.bpAsPathWeight());
-        m.hashMix(c.igpOrRedistMetricStorage());
         const GenNexthop* llNextHop = c.llNextHopStashed().get();
         const ExtCommIp6List* extCommIp6List = c.extCommIp6ListStashed().get();
         const PmsiTunnel* pmsiTunnel = c.pmsiTunnelStashed().get();
@@ -85,21 +69,23 @@ uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesC
         const LinkStateAttrBase* linkState = c.linkStateStashed().get();
         const AttributeSet* customerAttributeSet = c.customerAttributeSetStashed().get();
         const GunkPathAttrList* gunkPathAttrList = c.gunkPathAttrListRaw().get();
-        ORV_ASSERT_INTERNED(llNextHop);
-        ORV_ASSERT_INTERNED(aggregator);
-        ORV_ASSERT_INTERNED(commList);
-        ORV_ASSERT_INTERNED(extCommList);
-        ORV_ASSERT_INTERNED(extCommIp6List);
-        ORV_ASSERT_INTERNED(largeCommList);
-        ORV_ASSERT_INTERNED(pmsiTunnel);
-        ORV_ASSERT_INTERNED(prefixSid);
-        ORV_ASSERT_INTERNED(tunnelEncap);
-        ORV_ASSERT_INTERNED(domainPath);
-        ORV_ASSERT_INTERNED(aigpMetric);
-        ORV_ASSERT_INTERNED(linkState);
-        ORV_ASSERT_INTERNED(customerAttributeSet);
-        ORV_ASSERT_INTERNED(gunkPathAttrList);
-        ptr(llNextHop);
+        if (withLlNextHop) {
+            ORV_ASSERT_INTERNED_IN(unit, llNextHop);
+            ptr(llNextHop);
+        }
+        ORV_ASSERT_INTERNED_IN(unit, aggregator);
+        ORV_ASSERT_INTERNED_IN(unit, commList);
+        ORV_ASSERT_INTERNED_IN(unit, extCommList);
+        ORV_ASSERT_INTERNED_IN(unit, extCommIp6List);
+        ORV_ASSERT_INTERNED_IN(unit, largeCommList);
+        ORV_ASSERT_INTERNED_IN(unit, pmsiTunnel);
+        ORV_ASSERT_INTERNED_IN(unit, prefixSid);
+        ORV_ASSERT_INTERNED_IN(unit, tunnelEncap);
+        ORV_ASSERT_INTERNED_IN(unit, domainPath);
+        ORV_ASSERT_INTERNED_IN(unit, aigpMetric);
+        ORV_ASSERT_INTERNED_IN(unit, linkState);
+        ORV_ASSERT_INTERNED_IN(unit, customerAttributeSet);
+        ORV_ASSERT_INTERNED_IN(unit, gunkPathAttrList);
         ptr(aggregator);
         ptr(commList);
         ptr(extCommList);
@@ -116,6 +102,32 @@ uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesC
         break;
     }
     }
+}
+
+uint32_t PathAttributes::contentsHash(PathAttributeType t, const PathAttributesContents& c) {
+    Keel::HashMix m;
+    const GenNexthop* nextHop = c.nextHopStashed().get();
+    const AspathAttrCanonical* aspathAttr = c.aspathAttrStashed().get();
+    const ClusterList* clusterList = c.clusterListStashed().get();
+    ORV_ASSERT_INTERNED_IN(ORV_UNIT, nextHop);
+    ORV_ASSERT_INTERNED_IN(ORV_UNIT, aspathAttr);
+    ORV_ASSERT_INTERNED_IN(ORV_UNIT, clusterList);
+    m.hashMix(static_cast<uint32_t>(t));
+    m.hashMix(c.tag());
+    m.hashMix(c.medStorage());
+    m.hashMix(c.localPrefStorage());
+    m.hashMix(static_cast<const void*>(nextHop));
+    m.hashMix(static_cast<const void*>(aspathAttr));
+    m.hashMix(static_cast<const void*>(clusterList));
+    m.hashMix(uint16_t(c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask));
+    m.hashMix(c.preference());
+    if (t == PathAttributeType::full) {
+        m.hashMix(uint8_t(c.uncommonFlagsStorage() & 3));
+        m.hashMix(c.weight());
+        m.hashMix(c.bpAsPathWeight());
+        m.hashMix(c.igpOrRedistMetricStorage());
+    }
+    PathAttributesTier::feedTierPointers(m, t, c, true, ORV_UNIT);
     return m.result();
 }
 

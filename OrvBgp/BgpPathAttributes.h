@@ -59,12 +59,12 @@ struct PathAttributesView {
     bool localPrefSpecified() const noexcept { return commonFlagsStorage >> 7 & 1; }
 };
 
-// The interface every tier answers. A tier that does not store an attribute answers its default:
-// tag 0, metrics unspecified, preference 1, flags false, origin 2 (the base's own default; every
-// tier stores origin, so it is never seen through one), weights 0, pointers null.
-class PathAttributes : public MelStash::DedupHandle {
+// What inbound and outbound sets both answer: the interning operations, the set's own operations
+// and the getters of the attributes both keep. A getter the tier does not store answers its
+// default: metrics unspecified, flags false, origin 2 (the base's own default; every tier stores
+// origin, so it is never seen through one), pointers null.
+class PathAttributesInterface : public MelStash::DedupHandle {
 public:
-    // Slot order as the interface is laid out: interning first, then the set's own operations.
     uint32_t hash() const override = 0;
     bool compare(const Keel::DedupHandleBase* other) const override = 0;
     bool compareByContent(const Keel::DedupContentHandle& content) const override = 0;
@@ -76,35 +76,21 @@ public:
     // fourByteAsPeer: the peer speaks 4-byte AS numbers (AS_PATH in 4-byte form, no AS4_PATH, and
     // AGGREGATOR with a 4-byte AS); internalPeer: the peer is internal (LOCAL_PREF is written, and
     // ORIGINATOR_ID/CLUSTER_LIST); writeNextHop: NEXT_HOP is written for an IPv4 next hop (off when
-    // the next hop travels in MP_REACH_NLRI).
+    // the next hop travels in MP_REACH_NLRI; an outbound set keeps no next hop to write).
     virtual void serializeInternal(PathAttributesSerializeStoreMethodBase* store,
                                    bool fourByteAsPeer, bool internalPeer,
                                    bool writeNextHop) const = 0;
     // Fills v with the members this tier stores (the others keep v's values: pass a fresh view).
     virtual void viewGet(PathAttributesView& v) const noexcept = 0;
-    // The set that outbound duplicate detection compares: the set itself for every inbound tier.
-    virtual const PathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
-        return this;
-    }
 
-    virtual Routing::RouteTag tagGet() const noexcept { return 0; }
     virtual MultiExitDiscriminator medGet() const noexcept { return {}; }
     virtual RoutingLocalPref localPrefGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<GenNexthop> nextHopGet() const noexcept { return {}; }
     virtual Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept { return {}; }
     virtual Mel::PtrConst<ClusterList> clusterListGet() const noexcept { return {}; }
-    virtual Routing::RoutePreference preferenceGet() const noexcept { return 1; }
     virtual AspType aspTypeGet() const noexcept { return AspType(0); }
     virtual bool atomicAggregateGet() const noexcept { return false; }
     virtual Origin originGet() const noexcept { return Origin(2); }
     virtual bool llgrStaleGet() const noexcept { return false; }
-    virtual bool noLlgrGet() const noexcept { return false; }
-    virtual bool ipLookupAsBackupGet() const noexcept { return false; }
-    virtual RouteWeight weightGet() const noexcept { return 0; }
-    virtual RouteWeight bpAsPathWeightGet() const noexcept { return 0; }
-    virtual RedistMetric redistMetricGet() const noexcept { return {}; }
-    virtual IgpMetricForNexthop igpMetricForNexthopGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept { return {}; }
     virtual Mel::PtrConst<Aggregator> aggregatorGet() const noexcept { return {}; }
     virtual Mel::PtrConst<CommList> commListGet() const noexcept { return {}; }
     virtual Mel::PtrConst<ExtCommList> extCommListGet() const noexcept { return {}; }
@@ -124,11 +110,38 @@ public:
     bool atomicAggregate() const noexcept { return atomicAggregateGet(); }
     Origin origin() const noexcept { return originGet(); }
     bool llgrStale() const noexcept { return llgrStaleGet(); }
+};
+
+// An inbound attribute set. Beyond the shared getters: tag 0, preference 1, noLlgr and
+// ipLookupAsBackup false, weights 0, metrics unspecified, next hops null where a tier does not
+// store them.
+class PathAttributes : public PathAttributesInterface {
+public:
+    // The set that outbound duplicate detection compares: the set itself for every inbound tier.
+    virtual const PathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
+        return this;
+    }
+
+    virtual Routing::RouteTag tagGet() const noexcept { return 0; }
+    virtual Mel::PtrConst<GenNexthop> nextHopGet() const noexcept { return {}; }
+    virtual Routing::RoutePreference preferenceGet() const noexcept { return 1; }
+    virtual bool noLlgrGet() const noexcept { return false; }
+    virtual bool ipLookupAsBackupGet() const noexcept { return false; }
+    virtual RouteWeight weightGet() const noexcept { return 0; }
+    virtual RouteWeight bpAsPathWeightGet() const noexcept { return 0; }
+    virtual RedistMetric redistMetricGet() const noexcept { return {}; }
+    virtual IgpMetricForNexthop igpMetricForNexthopGet() const noexcept { return {}; }
+    virtual Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept { return {}; }
+
     bool noLlgr() const noexcept { return noLlgrGet(); }
     bool ipLookupAsBackup() const noexcept { return ipLookupAsBackupGet(); }
 
     // Whether the contents select the tier t and agree with this object on every member t stores.
     bool compareContentsForTier(PathAttributeType t, const PathAttributesContents& c) const;
+    // The tier a non-default bit set selects.
+    static PathAttributeType tierFor(uint32_t mask) noexcept {
+        return dataMemberHasNonDefaultValueToPathAttributeType(mask);
+    }
     // The interned set for the contents: the existing one, or a new one of the tier they select.
     static Mel::PtrConst<PathAttributes> dedupContent(const PathAttributesDedupTable* table,
                                                       const PathAttributesContents& c);

@@ -1,7 +1,7 @@
 // The five storage tiers of PathAttributes and their read-back (destashed) twins. Included by
 // BgpPathAttributes.h; see there.
-//   PathAttributesCommon::createMe(contents)   // base tier: next hop, AS path, MED, local pref,
-//   flags FullPathAttributes::createMe(contents)     // every member
+//   PathAttributesCommon::createMe(contents)   // base: next hop, AS path, MED, local pref, flags
+//   FullPathAttributes::createMe(contents)     // every member
 #pragma once
 
 #include "Keel/HashMix.h"
@@ -15,6 +15,12 @@ void serializeAttributeSet(const PathAttributesView& v,
                            bool internalPeer, bool writeNextHop);
 
 namespace PathAttributesTier {
+
+// Feeds the contents' intern hash past the members every tier stores: the community pointers of
+// tier t, or for full every pointer member from llNextHop (withLlNextHop) or aggregator on, in
+// member order. Each pointer must be interned; the assertion names `unit`.
+void feedTierPointers(Keel::HashMix& m, PathAttributeType t, const PathAttributesContents& c,
+                      bool withLlNextHop, const char* unit);
 
 template <class T>
 using Stashed = MelStash::CompressedStashSmartPtr<T const, 4>;
@@ -404,7 +410,8 @@ protected:
     Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
 };
 
-// Completes a tier: the interning operations from its member chain. Leaf is the concrete class.
+// Completes a tier, inbound or outbound: the interning operations from its member chain. Leaf is
+// the concrete class; the chain's root (PathAttributes or RibOutPathAttributes) chooses the tiers.
 template <class Leaf, class Chain>
 class Sealed : public Chain {
 public:
@@ -421,7 +428,8 @@ public:
     }
     bool compareByContent(const Keel::DedupContentHandle& content) const override {
         auto& c = static_cast<const PathAttributesContents&>(content);
-        return c.pathAttributeType() == Chain::tierType && Chain::sameContents(c);
+        return Chain::tierFor(c.dataMemberHasNonDefaultValue()) == Chain::tierType &&
+               Chain::sameContents(c);
     }
     void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
     void viewGet(PathAttributesView& v) const noexcept override { Chain::fillView(v); }
@@ -431,8 +439,8 @@ public:
         Chain::fillView(v);
         serializeAttributeSet(v, store, fourByteAsPeer, internalPeer, writeNextHop);
     }
-    static Mel::PtrConst<PathAttributes> createMe(const PathAttributesContents& c) {
-        return Mel::PtrConst<PathAttributes>(new Leaf(c));
+    static Mel::PtrConst<Leaf> createMe(const PathAttributesContents& c) {
+        return Mel::PtrConst<Leaf>(new Leaf(c));
     }
 
 protected:

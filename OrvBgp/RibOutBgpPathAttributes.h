@@ -10,8 +10,8 @@ namespace Routing::Bgp {
 
 class RibOutPathAttributesDedupTable;
 
-// The outbound interface: getters for the kept attributes only, with the inbound defaults.
-class RibOutPathAttributes : public MelStash::DedupHandle {
+// The outbound interface: the shared getters only (what is advertised), with the inbound defaults.
+class RibOutPathAttributes : public PathAttributesInterface {
 public:
     // Flag bits kept: aspType, atomicAggregate, origin, medSpecified, localPrefSpecified,
     // llgrStale.
@@ -19,51 +19,9 @@ public:
     // Non-default bits that only the outbound full tier can hold.
     static constexpr uint32_t fullOnlyMask = 0xE972;
 
-    uint32_t hash() const override = 0;
-    bool compare(const Keel::DedupHandleBase* other) const override = 0;
-    bool compareByContent(const Keel::DedupContentHandle& content) const override = 0;
-
-    virtual PathAttributeType getType() const noexcept = 0;
-    // Writes the kept members into c; the others stay as c had them.
-    virtual void getFullContent(PathAttributesContents& c) const = 0;
-    // As PathAttributes::serializeInternal. The outbound set keeps no next hop, so NEXT_HOP is
-    // never written from it (writeNextHop is accepted for symmetry and ignored).
-    virtual void serializeInternal(PathAttributesSerializeStoreMethodBase* store,
-                                   bool fourByteAsPeer, bool internalPeer,
-                                   bool writeNextHop) const = 0;
-    // Fills v with the kept members (the view's next hop and other unkept members stay as given).
-    virtual void viewGet(PathAttributesView& v) const noexcept = 0;
     virtual const RibOutPathAttributes* ribOutDuplicateComparisonAttributes() const noexcept {
         return this;
     }
-
-    virtual MultiExitDiscriminator medGet() const noexcept { return {}; }
-    virtual RoutingLocalPref localPrefGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<ClusterList> clusterListGet() const noexcept { return {}; }
-    virtual AspType aspTypeGet() const noexcept { return AspType(0); }
-    virtual bool atomicAggregateGet() const noexcept { return false; }
-    virtual Origin originGet() const noexcept { return Origin(2); }
-    virtual bool llgrStaleGet() const noexcept { return false; }
-    virtual Mel::PtrConst<Aggregator> aggregatorGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<CommList> commListGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<ExtCommList> extCommListGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<ExtCommIp6List> extCommIp6ListGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<PmsiTunnel> pmsiTunnelGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<PrefixSid> prefixSidGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<TunnelEncap> tunnelEncapGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<DomainPath> domainPathGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<AccumulatedIgpMetric> aigpMetricGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<LinkStateAttrBase> linkStateGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<AttributeSet> customerAttributeSetGet() const noexcept { return {}; }
-    virtual Mel::PtrConst<GunkPathAttrList> gunkPathAttrListGet() const noexcept { return {}; }
-    virtual const RibOutLbwContext* ribOutLbwContextRawPtrGet() const noexcept { return nullptr; }
-
-    AspType aspType() const noexcept { return aspTypeGet(); }
-    bool atomicAggregate() const noexcept { return atomicAggregateGet(); }
-    Origin origin() const noexcept { return originGet(); }
-    bool llgrStale() const noexcept { return llgrStaleGet(); }
 
     // The outbound tier a non-default bit set selects.
     static PathAttributeType tierFor(uint32_t mask) noexcept;
@@ -310,45 +268,10 @@ protected:
     Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
 };
 
-template <class Leaf, class Chain>
-class Sealed : public Chain {
-public:
-    PathAttributeType getType() const noexcept override { return Chain::tierType; }
-    uint32_t hash() const override {
-        Keel::HashMix m;
-        m.hashMix(static_cast<uint32_t>(Chain::tierType));
-        Chain::feedHash(m);
-        return m.result();
-    }
-    bool compare(const Keel::DedupHandleBase* other) const override {
-        auto* o = dynamic_cast<const Sealed*>(other);
-        return o && o->getType() == Chain::tierType && Chain::sameMembers(*o);
-    }
-    bool compareByContent(const Keel::DedupContentHandle& content) const override {
-        auto& c = static_cast<const PathAttributesContents&>(content);
-        return RibOutPathAttributes::tierFor(c.dataMemberHasNonDefaultValue()) == Chain::tierType &&
-               Chain::sameContents(c);
-    }
-    void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
-    void viewGet(PathAttributesView& v) const noexcept override { Chain::fillView(v); }
-    void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
-                           bool internalPeer, bool writeNextHop) const override {
-        PathAttributesView v;
-        Chain::fillView(v);
-        serializeAttributeSet(v, store, fourByteAsPeer, internalPeer, writeNextHop);
-    }
-    static Mel::PtrConst<RibOutPathAttributes> createMe(const PathAttributesContents& c) {
-        return Mel::PtrConst<RibOutPathAttributes>(new Leaf(c));
-    }
-
-protected:
-    explicit Sealed(const PathAttributesContents& c) : Chain(c) {}
-};
-
 } // namespace RibOutTier
 
 #define ORV_RIB_OUT_TIER(Name, Chain)                                                              \
-    class Name : public RibOutTier::Sealed<Name, Chain> {                                          \
+    class Name : public PathAttributesTier::Sealed<Name, Chain> {                                  \
         MELSTASH_STORE_ALLOCATED(Name)                                                             \
                                                                                                    \
     public:                                                                                        \
