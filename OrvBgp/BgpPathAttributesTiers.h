@@ -6,6 +6,8 @@
 
 #include "Keel/HashMix.h"
 
+#include <tuple>
+
 namespace Routing::Bgp {
 
 // Writes a set's attributes in ascending type code, one sink call each (every tier's
@@ -243,10 +245,11 @@ protected:
     Stashed<ExtCommList> extCommList_;
 };
 
+// The members only the full tiers keep, in two groups: the inbound-only scalars and link-local
+// next hop, then the sub-attribute pointers that inbound and outbound full tiers share.
 template <class Base>
-class FullTier : public Base {
+class FullScalarsTier : public Base {
 public:
-    static constexpr PathAttributeType tierType = PathAttributeType::full;
     RouteWeight weightGet() const noexcept override { return weight_; }
     RouteWeight bpAsPathWeightGet() const noexcept override { return bpAsPathWeight_; }
     RedistMetric redistMetricGet() const noexcept override {
@@ -258,6 +261,58 @@ public:
                                                : IgpMetricForNexthop();
     }
     Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept override { return llNextHop_.ptr(); }
+
+protected:
+    explicit FullScalarsTier(const PathAttributesContents& c)
+        : Base(c), igpOrRedistMetricStorage_(c.igpOrRedistMetricStorage()), weight_(c.weight()),
+          bpAsPathWeight_(c.bpAsPathWeight()), llNextHop_(c.llNextHopStashed()) {
+        this->uncommonFlagsStorage_ = uint8_t(c.uncommonFlagsStorage() & 3);
+    }
+    void feedHash(Keel::HashMix& m) const noexcept {
+        Base::feedHash(m);
+        m.hashMix(uint8_t(this->uncommonFlagsStorage_ & 3));
+        m.hashMix(weight_);
+        m.hashMix(bpAsPathWeight_);
+        m.hashMix(igpOrRedistMetricStorage_);
+        m.hashMix(addr(llNextHop_));
+    }
+    bool sameMembers(const FullScalarsTier& o) const noexcept {
+        return Base::sameMembers(o) && igpOrRedistMetricStorage_ == o.igpOrRedistMetricStorage_ &&
+               weight_ == o.weight_ && bpAsPathWeight_ == o.bpAsPathWeight_ &&
+               llNextHop_ == o.llNextHop_;
+    }
+    bool sameContents(const PathAttributesContents& c) const noexcept {
+        return Base::sameContents(c) &&
+               this->uncommonFlagsStorage_ == (c.uncommonFlagsStorage() & 3) &&
+               igpOrRedistMetricStorage_ == c.igpOrRedistMetricStorage() && weight_ == c.weight() &&
+               bpAsPathWeight_ == c.bpAsPathWeight() && llNextHop_ == c.llNextHopStashed();
+    }
+    void fill(PathAttributesContents& c) const {
+        Base::fill(c);
+        c.uncommonFlagsStorageIs(this->uncommonFlagsStorage_);
+        c.weightIs(weight_);
+        c.bpAsPathWeightIs(bpAsPathWeight_);
+        c.igpOrRedistMetricStorageIs(igpOrRedistMetricStorage_);
+        c.llNextHopIs(llNextHop_.ptr());
+    }
+    void fillView(PathAttributesView& v) const noexcept {
+        Base::fillView(v);
+        v.weight = weight_;
+        v.bpAsPathWeight = bpAsPathWeight_;
+        v.igpOrRedistMetricStorage = igpOrRedistMetricStorage_;
+        v.llNextHop = llNextHop_.get();
+    }
+
+    uint32_t igpOrRedistMetricStorage_;
+    RouteWeight weight_;
+    RouteWeight bpAsPathWeight_;
+    Stashed<GenNexthop> llNextHop_;
+};
+
+template <class Base>
+class FullPointersTier : public Base {
+public:
+    static constexpr PathAttributeType tierType = PathAttributeType::full;
     Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
     Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
     Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
@@ -289,73 +344,43 @@ public:
     }
 
 protected:
-    explicit FullTier(const PathAttributesContents& c)
-        : Base(c), igpOrRedistMetricStorage_(c.igpOrRedistMetricStorage()), weight_(c.weight()),
-          bpAsPathWeight_(c.bpAsPathWeight()), llNextHop_(c.llNextHopStashed()),
-          aggregator_(c.aggregatorStashed()), commList_(c.commListStashed()),
+    explicit FullPointersTier(const PathAttributesContents& c)
+        : Base(c), aggregator_(c.aggregatorStashed()), commList_(c.commListStashed()),
           extCommList_(c.extCommListStashed()), extCommIp6List_(c.extCommIp6ListStashed()),
           largeCommList_(c.largeCommListStashed()), pmsiTunnel_(c.pmsiTunnelStashed()),
           prefixSid_(c.prefixSidStashed()), tunnelEncap_(c.tunnelEncapStashed()),
           domainPath_(c.domainPathStashed()), aigpMetric_(c.aigpMetricStashed()),
           linkState_(c.linkStateStashed()), customerAttributeSet_(c.customerAttributeSetStashed()),
-          gunkPathAttrList_(c.gunkPathAttrListRaw()) {
-        this->uncommonFlagsStorage_ = uint8_t(c.uncommonFlagsStorage() & 3);
+          gunkPathAttrList_(c.gunkPathAttrListRaw()) {}
+    // The thirteen pointers in member order, as addresses.
+    auto pointers() const noexcept {
+        return std::make_tuple(addr(aggregator_), addr(commList_), addr(extCommList_),
+                               addr(extCommIp6List_), addr(largeCommList_), addr(pmsiTunnel_),
+                               addr(prefixSid_), addr(tunnelEncap_), addr(domainPath_),
+                               addr(aigpMetric_), addr(linkState_), addr(customerAttributeSet_),
+                               static_cast<const void*>(gunkPathAttrList_.get()));
+    }
+    static auto pointers(const PathAttributesContents& c) noexcept {
+        return std::make_tuple(addr(c.aggregatorStashed()), addr(c.commListStashed()),
+                               addr(c.extCommListStashed()), addr(c.extCommIp6ListStashed()),
+                               addr(c.largeCommListStashed()), addr(c.pmsiTunnelStashed()),
+                               addr(c.prefixSidStashed()), addr(c.tunnelEncapStashed()),
+                               addr(c.domainPathStashed()), addr(c.aigpMetricStashed()),
+                               addr(c.linkStateStashed()), addr(c.customerAttributeSetStashed()),
+                               static_cast<const void*>(c.gunkPathAttrListRaw().get()));
     }
     void feedHash(Keel::HashMix& m) const noexcept {
         Base::feedHash(m);
-        m.hashMix(uint8_t(this->uncommonFlagsStorage_ & 3));
-        m.hashMix(weight_);
-        m.hashMix(bpAsPathWeight_);
-        m.hashMix(igpOrRedistMetricStorage_);
-        m.hashMix(addr(llNextHop_));
-        m.hashMix(addr(aggregator_));
-        m.hashMix(addr(commList_));
-        m.hashMix(addr(extCommList_));
-        m.hashMix(addr(extCommIp6List_));
-        m.hashMix(addr(largeCommList_));
-        m.hashMix(addr(pmsiTunnel_));
-        m.hashMix(addr(prefixSid_));
-        m.hashMix(addr(tunnelEncap_));
-        m.hashMix(addr(domainPath_));
-        m.hashMix(addr(aigpMetric_));
-        m.hashMix(addr(linkState_));
-        m.hashMix(addr(customerAttributeSet_));
-        m.hashMix(static_cast<const void*>(gunkPathAttrList_.get()));
+        std::apply([&m](auto... p) { (m.hashMix(p), ...); }, pointers());
     }
-    bool sameMembers(const FullTier& o) const noexcept {
-        return Base::sameMembers(o) && igpOrRedistMetricStorage_ == o.igpOrRedistMetricStorage_ &&
-               weight_ == o.weight_ && bpAsPathWeight_ == o.bpAsPathWeight_ &&
-               llNextHop_ == o.llNextHop_ && aggregator_ == o.aggregator_ &&
-               commList_ == o.commList_ && extCommList_ == o.extCommList_ &&
-               extCommIp6List_ == o.extCommIp6List_ && largeCommList_ == o.largeCommList_ &&
-               pmsiTunnel_ == o.pmsiTunnel_ && prefixSid_ == o.prefixSid_ &&
-               tunnelEncap_ == o.tunnelEncap_ && domainPath_ == o.domainPath_ &&
-               aigpMetric_ == o.aigpMetric_ && linkState_ == o.linkState_ &&
-               customerAttributeSet_ == o.customerAttributeSet_ &&
-               gunkPathAttrList_ == o.gunkPathAttrList_;
+    bool sameMembers(const FullPointersTier& o) const noexcept {
+        return Base::sameMembers(o) && pointers() == o.pointers();
     }
     bool sameContents(const PathAttributesContents& c) const noexcept {
-        return Base::sameContents(c) &&
-               this->uncommonFlagsStorage_ == (c.uncommonFlagsStorage() & 3) &&
-               igpOrRedistMetricStorage_ == c.igpOrRedistMetricStorage() && weight_ == c.weight() &&
-               bpAsPathWeight_ == c.bpAsPathWeight() && llNextHop_ == c.llNextHopStashed() &&
-               aggregator_ == c.aggregatorStashed() && commList_ == c.commListStashed() &&
-               extCommList_ == c.extCommListStashed() &&
-               extCommIp6List_ == c.extCommIp6ListStashed() &&
-               largeCommList_ == c.largeCommListStashed() && pmsiTunnel_ == c.pmsiTunnelStashed() &&
-               prefixSid_ == c.prefixSidStashed() && tunnelEncap_ == c.tunnelEncapStashed() &&
-               domainPath_ == c.domainPathStashed() && aigpMetric_ == c.aigpMetricStashed() &&
-               linkState_ == c.linkStateStashed() &&
-               customerAttributeSet_ == c.customerAttributeSetStashed() &&
-               gunkPathAttrList_ == c.gunkPathAttrListRaw();
+        return Base::sameContents(c) && pointers() == pointers(c);
     }
     void fill(PathAttributesContents& c) const {
         Base::fill(c);
-        c.uncommonFlagsStorageIs(this->uncommonFlagsStorage_);
-        c.weightIs(weight_);
-        c.bpAsPathWeightIs(bpAsPathWeight_);
-        c.igpOrRedistMetricStorageIs(igpOrRedistMetricStorage_);
-        c.llNextHopIs(llNextHop_.ptr());
         c.aggregatorIs(aggregator_.ptr());
         c.commListIs(commList_.ptr());
         c.extCommListIs(extCommList_.ptr());
@@ -372,10 +397,6 @@ protected:
     }
     void fillView(PathAttributesView& v) const noexcept {
         Base::fillView(v);
-        v.weight = weight_;
-        v.bpAsPathWeight = bpAsPathWeight_;
-        v.igpOrRedistMetricStorage = igpOrRedistMetricStorage_;
-        v.llNextHop = llNextHop_.get();
         v.aggregator = aggregator_.get();
         v.commList = commList_.get();
         v.extCommList = extCommList_.get();
@@ -391,10 +412,6 @@ protected:
         v.gunkPathAttrList = gunkPathAttrList_.get();
     }
 
-    uint32_t igpOrRedistMetricStorage_;
-    RouteWeight weight_;
-    RouteWeight bpAsPathWeight_;
-    Stashed<GenNexthop> llNextHop_;
     Stashed<Aggregator> aggregator_;
     Stashed<CommList> commList_;
     Stashed<ExtCommList> extCommList_;
@@ -409,6 +426,10 @@ protected:
     Stashed<AttributeSet> customerAttributeSet_;
     Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
 };
+
+// The inbound full tier: every member.
+template <class Base>
+using FullTier = FullPointersTier<FullScalarsTier<Base>>;
 
 // Completes a tier, inbound or outbound: the interning operations from its member chain. Leaf is
 // the concrete class; the chain's root (PathAttributes or RibOutPathAttributes) chooses the tiers.
