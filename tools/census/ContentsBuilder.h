@@ -27,6 +27,7 @@
 #include <array>
 #include <cstdint>
 #include <memory>
+#include <span>
 #include <vector>
 
 namespace Census {
@@ -37,7 +38,9 @@ enum class BuildOutcome : uint8_t {
     KeptUnknown, // held verbatim as a GunkPathAttr
     Discarded,   // malformed (by the census decoder's verdict or our wire decoder): left out
     Duplicate,   // a second attribute of the same type: ignored
-    NotInSet,    // MP_REACH_NLRI / MP_UNREACH_NLRI: read for next hop and prefixes only
+    // Not an attribute of this path's set: MP_REACH_NLRI and MP_UNREACH_NLRI (read for next hop
+    // and prefixes only), and NEXT_HOP beside MP_REACH_NLRI for a prefix announced there.
+    NotInSet,
 };
 inline constexpr size_t kBuildOutcomeCount = 5;
 const char* buildOutcomeName(BuildOutcome o);
@@ -47,13 +50,17 @@ struct BuildCounts {
     uint64_t built = 0;       // contents filled (returned true)
     uint64_t withdrawals = 0; // not built: withdrawn prefixes
     uint64_t unusable = 0;    // not built: treat-as-withdraw or session reset
-    // Per attribute type (0-255), per outcome; attributes inside ATTR_SET are counted too.
+    // Per attribute type (0-255), per outcome; the attributes inside an ATTR_SET that is held are
+    // counted too.
     std::array<std::array<uint64_t, kBuildOutcomeCount>, 256> byType{};
 
     uint64_t count(uint8_t type, BuildOutcome o) const noexcept { return byType[type][size_t(o)]; }
     uint64_t total(BuildOutcome o) const noexcept;
     void merge(const BuildCounts& o) noexcept;
 };
+
+// Whether the path's next hop is the MP_REACH_NLRI one (else NEXT_HOP, when there is one).
+bool nextHopFromMpReach(const DecodedPath& path) noexcept;
 
 class ContentsBuilder {
 public:
@@ -84,8 +91,12 @@ public:
 
 private:
     struct Scratch;
-    void fill(const DecodedAttributes& a, const DecodedPath* path, bool inner,
+    struct Outcomes;
+    // Fills out from a; path is null for the inner attributes of an ATTR_SET.
+    void fill(const DecodedAttributes& a, const DecodedPath* path, Outcomes& outcomes,
               Routing::Bgp::PathAttributesContents& out);
+    bool attributeSet(std::span<const uint8_t> value, Outcomes& outcomes,
+                      Routing::Bgp::PathAttributesContents& out);
 
     Mel::Ptr<NexthopTable> nh4_;
     Mel::Ptr<NexthopTable> nh6_;

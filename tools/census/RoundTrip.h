@@ -58,7 +58,8 @@ struct RoundTripCounts {
     };
     static constexpr size_t kMaxSamples = 16;
 
-    uint64_t paths = 0; // check() calls
+    uint64_t paths = 0;         // check() calls
+    uint64_t emptySections = 0; // paths that arrived without any attribute: nothing to compare
     std::array<PerType, 256> byType{};
     std::vector<Sample> samples;
 

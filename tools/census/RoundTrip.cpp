@@ -1,0 +1,322 @@
+#include "census/RoundTrip.h"
+
+#include "census/ContentsBuilder.h"
+#include "census/WireDecoders.h"
+
+#include "OrvBgp/BgpPathAttrType.h"
+#include "OrvBgp/PathAttributesSerializeStore.h"
+
+#include <cstring>
+
+namespace Census {
+
+using Routing::Bgp::BgpPathAttrType;
+
+const char* roundTripReasonName(RoundTripReason r) {
+    switch (r) {
+    case RoundTripReason::PartialBit:
+        return "partial-bit";
+    case RoundTripReason::ExtendedLength:
+        return "extended-length";
+    case RoundTripReason::As4Folding:
+        return "as4-folding";
+    case RoundTripReason::Duplicate:
+        return "duplicate";
+    case RoundTripReason::Discarded:
+        return "discarded";
+    case RoundTripReason::NextHopOfOtherFamily:
+        return "next-hop-of-other-family";
+    }
+    return "?";
+}
+
+std::string attributeTypeName(uint8_t type) {
+    switch (type) {
+    case 1:
+        return "ORIGIN";
+    case 2:
+        return "AS_PATH";
+    case 3:
+        return "NEXT_HOP";
+    case 4:
+        return "MULTI_EXIT_DISC";
+    case 5:
+        return "LOCAL_PREF";
+    case 6:
+        return "ATOMIC_AGGREGATE";
+    case 7:
+        return "AGGREGATOR";
+    case 8:
+        return "COMMUNITIES";
+    case 9:
+        return "ORIGINATOR_ID";
+    case 10:
+        return "CLUSTER_LIST";
+    case 14:
+        return "MP_REACH_NLRI";
+    case 15:
+        return "MP_UNREACH_NLRI";
+    case 16:
+        return "EXTENDED_COMMUNITIES";
+    case 17:
+        return "AS4_PATH";
+    case 18:
+        return "AS4_AGGREGATOR";
+    case 22:
+        return "PMSI_TUNNEL";
+    case 23:
+        return "TUNNEL_ENCAPSULATION";
+    case 25:
+        return "IPV6_EXTENDED_COMMUNITIES";
+    case 26:
+        return "AIGP";
+    case 29:
+        return "BGP_LS";
+    case 32:
+        return "LARGE_COMMUNITY";
+    case 36:
+        return "D_PATH";
+    case 40:
+        return "PREFIX_SID";
+    case 128:
+        return "ATTR_SET";
+    default:
+        return "type " + std::to_string(type);
+    }
+}
+
+uint64_t RoundTripCounts::PerType::explainedTotal() const noexcept {
+    uint64_t n = 0;
+    for (uint64_t e : explained)
+        n += e;
+    return n;
+}
+
+uint64_t RoundTripCounts::matched() const noexcept {
+    uint64_t n = 0;
+    for (const PerType& t : byType)
+        n += t.matched;
+    return n;
+}
+
+uint64_t RoundTripCounts::mismatched() const noexcept {
+    uint64_t n = 0;
+    for (const PerType& t : byType)
+        n += t.mismatched;
+    return n;
+}
+
+uint64_t RoundTripCounts::explained() const noexcept {
+    uint64_t n = 0;
+    for (const PerType& t : byType)
+        n += t.explainedTotal();
+    return n;
+}
+
+uint64_t RoundTripCounts::explained(RoundTripReason r) const noexcept {
+    uint64_t n = 0;
+    for (const PerType& t : byType)
+        n += t.explained[size_t(r)];
+    return n;
+}
+
+void RoundTripCounts::merge(const RoundTripCounts& o) {
+    paths += o.paths;
+    emptySections += o.emptySections;
+    for (size_t i = 0; i < byType.size(); ++i) {
+        byType[i].matched += o.byType[i].matched;
+        byType[i].mismatched += o.byType[i].mismatched;
+        for (size_t r = 0; r < kRoundTripReasonCount; ++r)
+            byType[i].explained[r] += o.byType[i].explained[r];
+    }
+    for (const Sample& s : o.samples) {
+        if (samples.size() >= kMaxSamples) break;
+        samples.push_back(s);
+    }
+}
+
+std::string RoundTripCounts::toString() const {
+    std::string out;
+    for (size_t i = 0; i < byType.size(); ++i) {
+        const PerType& t = byType[i];
+        const uint64_t explainedN = t.explainedTotal();
+        if (!t.matched && !t.mismatched && !explainedN) continue;
+        out += "type " + std::to_string(i) + " " + attributeTypeName(uint8_t(i)) + ": matched " +
+               std::to_string(t.matched) + ", mismatched " + std::to_string(t.mismatched) +
+               ", explained " + std::to_string(explainedN);
+        if (explainedN) {
+            out += " (";
+            bool first = true;
+            for (size_t r = 0; r < kRoundTripReasonCount; ++r) {
+                if (!t.explained[r]) continue;
+                if (!first) out += ", ";
+                first = false;
+                out += roundTripReasonName(RoundTripReason(r));
+                out += " " + std::to_string(t.explained[r]);
+            }
+            out += ")";
+        }
+        out += "\n";
+    }
+    return out;
+}
+
+// Gathers the attributes the set writes, back to back in one reused buffer, with the first of
+// each type indexed.
+class RoundTrip::Sink : public Routing::Bgp::PathAttributesSerializeStoreMethodBase {
+public:
+    struct Written {
+        uint32_t offset;
+        uint32_t size;
+        uint8_t type;
+    };
+
+    void reset() {
+        bytes.clear();
+        written.clear();
+        std::memset(first.data(), 0xff, sizeof(first));
+    }
+    using PathAttributesSerializeStoreMethodBase::store;
+    void store(uint8_t attrType, std::span<const uint8_t> attribute) override {
+        if (first[attrType] == 0xffff) first[attrType] = uint16_t(written.size());
+        written.push_back({uint32_t(bytes.size()), uint32_t(attribute.size()), attrType});
+        bytes.insert(bytes.end(), attribute.begin(), attribute.end());
+    }
+    std::span<const uint8_t> at(const Written& w) const {
+        return {bytes.data() + w.offset, w.size};
+    }
+
+    std::vector<uint8_t> bytes;
+    std::vector<Written> written;
+    std::array<uint16_t, 256> first{};
+    AttributeDecoder inner; // to tell a malformed ATTR_SET
+};
+
+RoundTrip::RoundTrip() : sink_(new Sink) {}
+RoundTrip::~RoundTrip() = default;
+
+namespace {
+
+std::string hex(std::span<const uint8_t> b) {
+    static const char* digits = "0123456789abcdef";
+    std::string s;
+    s.reserve(b.size() * 2);
+    for (uint8_t x : b) {
+        s.push_back(digits[x >> 4]);
+        s.push_back(digits[x & 15]);
+    }
+    return s;
+}
+
+bool sameBytes(std::span<const uint8_t> a, std::span<const uint8_t> b) {
+    return a.size() == b.size() && (a.empty() || std::memcmp(a.data(), b.data(), a.size()) == 0);
+}
+
+} // namespace
+
+void RoundTrip::check(const DecodedPath& path, const Routing::Bgp::PathAttributes& set) {
+    using T = BgpPathAttrType;
+    ++counts_.paths;
+    if (!path.attributes || path.attributes->list.empty()) {
+        ++counts_.emptySections;
+        return;
+    }
+    const DecodedAttributes& a = *path.attributes;
+    bool nextHopArrived = false, as4Arrived = false;
+    for (const PathAttribute& attr : a.list) {
+        nextHopArrived |= attr.type == T::nextHop_;
+        as4Arrived |= attr.type == T::as4Path_ || attr.type == T::as4Aggregator_;
+    }
+    Sink& sink = *sink_;
+    sink.reset();
+    set.serializeInternal(&sink, path.asnSize == 4, true, nextHopArrived);
+
+    const bool mpNextHop = nextHopFromMpReach(path);
+    auto explain = [&](uint8_t type, RoundTripReason r) {
+        ++counts_.byType[type].explained[size_t(r)];
+    };
+    auto mismatch = [&](uint8_t type, std::span<const uint8_t> received,
+                        std::span<const uint8_t> written) {
+        ++counts_.byType[type].mismatched;
+        if (counts_.samples.size() < RoundTripCounts::kMaxSamples)
+            counts_.samples.push_back(
+                {type, path.record ? path.record->offset : 0, hex(received), hex(written)});
+    };
+    // Whether an attribute that was not written back was dropped on receipt as malformed.
+    auto discardedOnReceipt = [&](const PathAttribute& attr) {
+        if (attr.action != ErrorAction::None) return true;
+        const uint8_t expected = Wire::expectedFlags(attr.type);
+        if (expected != 0xff && (attr.flags & 0xc0) != expected) return true;
+        if (attr.type == T::attrSet_) {
+            if (attr.value.size() < 4) return true;
+            AttributeContext ctx;
+            ctx.asnSize = 4;
+            return sink.inner.decode(attr.value.subspan(4), ctx).action >=
+                   ErrorAction::TreatAsWithdraw;
+        }
+        return !Wire::wellFormed(attr.type, attr.value);
+    };
+
+    std::array<uint64_t, 4> seen{};
+    for (const PathAttribute& attr : a.list) {
+        const uint8_t type = attr.type;
+        if (type == T::mpReachNlri_ || type == T::mpUnreachNlri_) continue;
+        const uint64_t bit = uint64_t(1) << (type & 63);
+        if (seen[type >> 6] & bit) {
+            explain(type, RoundTripReason::Duplicate);
+            continue;
+        }
+        seen[type >> 6] |= bit;
+
+        if (sink.first[type] == 0xffff) {
+            if (discardedOnReceipt(attr))
+                explain(type, RoundTripReason::Discarded);
+            else if ((type == T::as4Path_ || type == T::as4Aggregator_) && as4Arrived)
+                explain(type, RoundTripReason::As4Folding);
+            else if (type == T::nextHop_ && mpNextHop)
+                explain(type, RoundTripReason::NextHopOfOtherFamily);
+            else
+                mismatch(type, attr.wire, {});
+            continue;
+        }
+        const std::span<const uint8_t> w = sink.at(sink.written[sink.first[type]]);
+        if (sameBytes(attr.wire, w)) {
+            ++counts_.byType[type].matched;
+            continue;
+        }
+        const uint8_t rf = attr.flags, wf = w[0];
+        if (sameBytes(attr.value, Wire::attributeValue(w)) && ((rf ^ wf) & ~0x30) == 0) {
+            if (((rf ^ wf) & 0x20) && (rf & 0xc0) == 0xc0) {
+                explain(type, RoundTripReason::PartialBit);
+                continue;
+            }
+            if (((rf ^ wf) & 0x30) == 0x10 && attr.value.size() < 256) {
+                explain(type, RoundTripReason::ExtendedLength);
+                continue;
+            }
+        }
+        if (as4Arrived && (type == T::asPath_ || type == T::aggregator_)) {
+            explain(type, RoundTripReason::As4Folding);
+            continue;
+        }
+        if (type == T::nextHop_ && mpNextHop) {
+            explain(type, RoundTripReason::NextHopOfOtherFamily);
+            continue;
+        }
+        mismatch(type, attr.wire, w);
+    }
+    // What was written without having arrived.
+    for (const Sink::Written& wr : sink.written) {
+        const uint8_t type = wr.type;
+        if (seen[type >> 6] & (uint64_t(1) << (type & 63))) {
+            if (&wr != &sink.written[sink.first[type]]) mismatch(type, {}, sink.at(wr));
+            continue;
+        }
+        if ((type == T::as4Path_ || type == T::as4Aggregator_) && as4Arrived)
+            explain(type, RoundTripReason::As4Folding);
+        else
+            mismatch(type, {}, sink.at(wr));
+    }
+}
+
+} // namespace Census
