@@ -2,6 +2,7 @@
 
 #define ORV_UNIT "Keel/DedupTable"
 #include "Keel/Assert.h"
+#include "Keel/SpinLock.h"
 #include "Mel/Exception.h"
 #include "MelStash/StoreManager.h"
 
@@ -108,7 +109,7 @@ void multiThreadedOrvbgpIs(bool on) noexcept {
 struct alignas(64) DedupTableBase::Shard {
     explicit Shard(MelStash::TypeStats* stats)
         : set(0, RefHash(), RefEq(), CountingAllocator<uint32_t>(stats)) {}
-    std::mutex mutex;
+    Keel::SpinLock spin;
     RefSet set;
 };
 
@@ -116,7 +117,7 @@ namespace {
 // Locks a shard only in the multi-threaded form.
 class ShardLock {
 public:
-    ShardLock(std::mutex& m, bool on) : m_(on ? &m : nullptr) {
+    ShardLock(Keel::SpinLock& m, bool on) : m_(on ? &m : nullptr) {
         if (m_) m_->lock();
     }
     ~ShardLock() {
@@ -126,7 +127,7 @@ public:
     ShardLock& operator=(const ShardLock&) = delete;
 
 private:
-    std::mutex* m_;
+    Keel::SpinLock* m_;
 };
 } // namespace
 
@@ -179,7 +180,7 @@ DedupTableBase::~DedupTableBase() {
 size_t DedupTableBase::size() const noexcept {
     size_t n = 0;
     for (size_t i = 0; i < numShards_; ++i) {
-        ShardLock lock(shards_[i].mutex, multiThreaded_);
+        ShardLock lock(shards_[i].spin, multiThreaded_);
         n += shards_[i].set.size();
     }
     return n;
@@ -188,7 +189,7 @@ size_t DedupTableBase::size() const noexcept {
 size_t DedupTableBase::memoryBytes() const noexcept {
     size_t n = 0;
     for (size_t i = 0; i < numShards_; ++i) {
-        ShardLock lock(shards_[i].mutex, multiThreaded_);
+        ShardLock lock(shards_[i].spin, multiThreaded_);
         const RefSet& s = shards_[i].set;
         // Slots plus one metadata byte per slot, as the open-addressing layout stores them.
         n += s.bucket_count() * (sizeof(uint32_t) + 1) + sizeof(Shard);
@@ -212,7 +213,7 @@ DedupTableBase::Shard& DedupTableBase::shardFor(uint32_t hash) const noexcept {
 
 DedupHandleBase* DedupTableBase::findImpl(uint32_t hash, EqFn eq, const void* ctx) const {
     Shard& sh = shardFor(hash);
-    ShardLock lock(sh.mutex, multiThreaded_);
+    ShardLock lock(sh.spin, multiThreaded_);
     auto it = sh.set.find(LookupKey{hash, eq, ctx});
     if (it == sh.set.end()) return nullptr;
     const DedupHandleBase* o = obj(*it);
@@ -233,7 +234,7 @@ void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept 
 DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const void* eqCtx,
                                                   MakeFn make, void* makeCtx) {
     Shard& sh = shardFor(hash);
-    ShardLock lock(sh.mutex, multiThreaded_);
+    ShardLock lock(sh.spin, multiThreaded_);
     auto it = sh.set.find(LookupKey{hash, eq, eqCtx});
     if (it != sh.set.end()) {
         const DedupHandleBase* o = obj(*it);
@@ -253,7 +254,7 @@ DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const 
 DedupHandleBase* DedupTableBase::dedupImpl(const DedupHandleBase* o) {
     uint32_t hash = o->hash();
     Shard& sh = shardFor(hash);
-    ShardLock lock(sh.mutex, multiThreaded_);
+    ShardLock lock(sh.spin, multiThreaded_);
     auto it = sh.set.find(LookupKey{hash, &objectEq, o});
     const DedupHandleBase* result = it != sh.set.end() ? obj(*it) : o;
     if (result == o) insertLocked(sh, o);
@@ -265,7 +266,7 @@ void DedupTableBase::releaseLast(const DedupHandleBase* o) noexcept {
     bool destroy = false;
     {
         Shard& sh = shardFor(o->hash());
-        ShardLock lock(sh.mutex, multiThreaded_);
+        ShardLock lock(sh.spin, multiThreaded_);
         if (o->refs_.fetch_sub(1, std::memory_order_acq_rel) == 2) {
             size_t erased = sh.set.erase(LookupKey{o->hash(), &identityEq, o});
             ORV_ASSERT(erased == 1);

@@ -2,6 +2,7 @@
 
 #define ORV_UNIT "MelStash/StoreManager"
 #include "Keel/Assert.h"
+#include "Keel/SpinLock.h"
 
 #include <sys/mman.h>
 
@@ -55,7 +56,7 @@ size_t classSize(int c) noexcept {
 }
 
 struct SizeClass {
-    std::mutex mutex;
+    Keel::SpinLock spin;
     void* freeList = nullptr;
     char* cur = nullptr;
     char* end = nullptr;
@@ -138,13 +139,15 @@ void* StoreManager::allocate(size_t size, TypeStats& stats) {
     SizeClass& sc = impl_->classes[c];
     void* p;
     {
-        std::lock_guard lock(sc.mutex);
+        std::lock_guard lock(sc.spin);
         if (sc.freeList) {
             p = sc.freeList;
             ORV_UNPOISON(p, sizeof(void*));
             sc.freeList = *static_cast<void**>(p);
         } else {
-            if (sc.cur + cs > sc.end) {
+            // By distance: the class starts with no slab (cur and end null), and null + cs is
+            // undefined.
+            if (static_cast<size_t>(sc.end - sc.cur) < cs) {
                 size_t slab = std::max(pageSize, (cs + pageSize - 1) & ~(pageSize - 1));
                 std::lock_guard grow(impl_->growMutex);
                 size_t top = impl_->top;
@@ -191,7 +194,7 @@ void StoreManager::deallocate(void* p, TypeStats& stats) noexcept {
     SizeClass& sc = impl_->classes[c];
     ORV_POISON(p, cs);
     {
-        std::lock_guard lock(sc.mutex);
+        std::lock_guard lock(sc.spin);
         ORV_UNPOISON(p, sizeof(void*));
         *static_cast<void**>(p) = sc.freeList;
         ORV_POISON(p, sizeof(void*));
