@@ -10,8 +10,10 @@ DEPS := cmake ninja-build g++ clang-14 libclang-rt-14-dev pkg-config libboost1.8
         libbenchmark-dev tshark clang-format
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 
-# What `make demo` runs once the release build is done.
-DEMO_CMD ?= ./build/release/orv-demo
+# What `make demo` runs once the release build is done: the census over the synthetic table, then
+# over the 2002 full-table dump when the shared MRT data is there.
+DEMO_CMD ?= ./build/release/bgp-attr-census
+DEMO_MRT ?= ../shared/data/mrt/bview.20020722.2337.gz
 # Seconds each fuzz target runs under `make fuzz`.
 FUZZ_SECONDS ?= 60
 BENCH_ARGS ?=
@@ -53,8 +55,14 @@ deps:
 
 demo: deps
 	$(call preset_build,release)
-	$(call banner,demo)
+	$(call banner,demo: synthetic full table)
 	$(DEMO_CMD)
+	@if [ -f "$(DEMO_MRT)" ]; then \
+	    printf '\n==================== %s ====================\n' "demo: $(DEMO_MRT)"; \
+	    $(DEMO_CMD) "$(DEMO_MRT)"; \
+	else \
+	    echo "demo: $(DEMO_MRT) not found, the real-table run is skipped"; \
+	fi
 
 test: deps
 	$(call preset_test,debug)

@@ -1,0 +1,333 @@
+// The whole tool through its entry function: options, the report and its JSON/SVG forms, exit
+// status on unreadable input, damaged copies of the dumps (fixed seeds) through decoding,
+// building, interning, round trip and RIB, and the same figures from one or two threads.
+#include "census/Cli.h"
+#include "census/Report.h"
+#include "census/Run.h"
+
+#include "CensusTestUtil.h"
+
+#include "MelStash/StoreManager.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstring>
+#include <map>
+#include <random>
+#include <set>
+
+using namespace census_test;
+using namespace Census;
+
+namespace {
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+std::string slurp(std::FILE* f) {
+    std::string s;
+    std::rewind(f);
+    char buf[1 << 14];
+    while (size_t n = std::fread(buf, 1, sizeof buf, f))
+        s.append(buf, n);
+    std::fclose(f);
+    return s;
+}
+
+Outcome runTool(std::vector<std::string> args) {
+    args.insert(args.begin(), "bgp-attr-census");
+    args.push_back("--no-progress");
+    std::vector<const char*> argv;
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    int status = censusMain(int(argv.size()), argv.data(), out, err);
+    return {status, slurp(out), slurp(err)};
+}
+
+// A small strict JSON reader: validates the text and collects "a.b.c" -> number for every number
+// that is an object member (array elements get their index as a path step).
+class JsonCheck {
+public:
+    explicit JsonCheck(const std::string& s) : s_(s) {}
+    bool parse() {
+        ws();
+        if (!value("")) return false;
+        ws();
+        return i_ == s_.size();
+    }
+    std::map<std::string, double> numbers;
+    std::set<std::string> keys;
+
+private:
+    void ws() {
+        while (i_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[i_])))
+            ++i_;
+    }
+    bool lit(const char* w) {
+        size_t n = std::strlen(w);
+        if (s_.compare(i_, n, w) != 0) return false;
+        i_ += n;
+        return true;
+    }
+    bool string(std::string* out) {
+        if (s_[i_] != '"') return false;
+        ++i_;
+        while (i_ < s_.size() && s_[i_] != '"') {
+            if (static_cast<unsigned char>(s_[i_]) < 0x20) return false;
+            if (s_[i_] == '\\') ++i_;
+            if (out) out->push_back(s_[i_]);
+            ++i_;
+        }
+        return i_++ < s_.size();
+    }
+    bool value(const std::string& path) {
+        ws();
+        if (i_ >= s_.size()) return false;
+        char c = s_[i_];
+        if (c == '{') {
+            ++i_;
+            ws();
+            if (s_[i_] == '}') return ++i_, true;
+            for (;;) {
+                ws();
+                std::string k;
+                if (!string(&k)) return false;
+                std::string p = path.empty() ? k : path + "." + k;
+                keys.insert(p);
+                ws();
+                if (s_[i_++] != ':' || !value(p)) return false;
+                ws();
+                if (s_[i_] == ',') {
+                    ++i_;
+                    continue;
+                }
+                return s_[i_++] == '}';
+            }
+        }
+        if (c == '[') {
+            ++i_;
+            ws();
+            if (s_[i_] == ']') return ++i_, true;
+            for (int n = 0;; ++n) {
+                if (!value(path + "." + std::to_string(n))) return false;
+                ws();
+                if (s_[i_] == ',') {
+                    ++i_;
+                    continue;
+                }
+                return s_[i_++] == ']';
+            }
+        }
+        if (c == '"') return string(nullptr);
+        if (lit("true") || lit("false") || lit("null")) return true;
+        size_t used = 0;
+        double v = std::stod(s_.substr(i_, 40), &used);
+        i_ += used;
+        numbers[path] = v;
+        return used > 0;
+    }
+    const std::string& s_;
+    size_t i_ = 0;
+};
+
+std::string readFileRawString(const std::string& path) {
+    Bytes b = readFileRaw(path);
+    return std::string(b.begin(), b.end());
+}
+
+int64_t liveObjects() {
+    int64_t n = 0;
+    for (const auto& s : MelStash::StoreManager::typeStats())
+        if (s.kind == MelStash::TypeStats::Kind::storeObject) n += s.objects;
+    return n;
+}
+
+// The first whole records of a dump, up to limit bytes, decompressed.
+Bytes firstRecords(const std::string& path, size_t limit, std::vector<size_t>* ends = nullptr) {
+    Bytes all = readDecompressed(path);
+    size_t at = 0;
+    while (at + 12 <= all.size()) {
+        size_t len = 12 + size_t(Census::readBe32(all.data() + at + 8));
+        if (at + len > all.size() || at + len > limit) break;
+        at += len;
+        if (ends) ends->push_back(at);
+    }
+    return Bytes(all.begin(), all.begin() + long(at));
+}
+
+} // namespace
+
+TEST(CensusTool, OptionsAndUsageErrors) {
+    EXPECT_EQ(runTool({"--help"}).status, 0);
+    for (std::vector<std::string> bad : {std::vector<std::string>{"--threads", "0"},
+                                         {"--threads"},
+                                         {"--synthetic", "10,0"},
+                                         {"--synthetic", "x"},
+                                         {"--seed", "-1"},
+                                         {"--bogus"},
+                                         {"--dump"},
+                                         {"--synthetic", "10", "file.mrt"}}) {
+        Outcome o = runTool(bad);
+        EXPECT_EQ(o.status, 2) << bad[0];
+        EXPECT_NE(o.err.find("usage: bgp-attr-census"), std::string::npos);
+    }
+    std::string error;
+    const char* argv[] = {"x", "--synthetic", "5000,7", "--seed", "9", "--threads", "2"};
+    auto o = parseCensusArgs(7, argv, error);
+    ASSERT_TRUE(o) << error;
+    EXPECT_EQ(o->paths, 5000u);
+    EXPECT_EQ(o->peers, 7u);
+    EXPECT_EQ(o->seed, 9u);
+    EXPECT_EQ(o->threads, 2u);
+}
+
+TEST(CensusTool, SyntheticReportTextJsonAndSvg) {
+    TempDir tmp;
+    // A first run makes the process-wide objects that outlive any run (default metric
+    // preferences of the next-hop tables); the second must leave nothing behind.
+    ASSERT_EQ(runTool({"--synthetic", "100,2"}).status, 0);
+    const int64_t before = liveObjects();
+    Outcome o = runTool({"--synthetic", "30000,6", "--seed", "3", "--json", tmp.path("r.json"),
+                         "--svg", tmp.path("r.svg")});
+    ASSERT_EQ(o.status, 0) << o.err;
+    // Everything the run interned left with it.
+    EXPECT_EQ(liveObjects(), before);
+    for (const char* section :
+         {"Sharing: distinct sets per tier", "Memory by component", "Bytes per type", "Time",
+          "PathAttributesStats", "RibOutPathAttributesStats", "LIBRARY (inbound + referenced)",
+          "process resident"})
+        EXPECT_NE(o.out.find(section), std::string::npos) << section;
+
+    const std::string text = readFileRawString(tmp.path("r.json"));
+    JsonCheck j(text);
+    ASSERT_TRUE(j.parse()) << text.substr(0, 400);
+    EXPECT_EQ(j.numbers["paths.installed"], 30000);
+    EXPECT_EQ(j.numbers["paths.routes"], 30000);
+    EXPECT_EQ(j.numbers["paths.peers"], 6);
+    EXPECT_EQ(j.numbers["synthetic.seed"], 3);
+    // The tiers add up to the routes, and the components to the library figure plus outbound.
+    double routes = 0, sets = 0;
+    for (int t = 0; t < 5; ++t) {
+        routes += j.numbers["inbound.tiers." + std::to_string(t) + ".routes"];
+        sets += j.numbers["inbound.tiers." + std::to_string(t) + ".sets"];
+    }
+    EXPECT_EQ(routes, 30000);
+    EXPECT_EQ(sets, j.numbers["inbound.distinctSets"]);
+    EXPECT_GT(sets, 1000);
+    double components = 0;
+    for (int c = 0; c < 8; ++c)
+        components += j.numbers["memory.components." + std::to_string(c) + ".bytes"];
+    EXPECT_EQ(components, j.numbers["memory.libraryBytes"] + j.numbers["memory.outboundBytes"]);
+    EXPECT_GT(j.numbers["memory.libraryBytes"], 0);
+    EXPECT_GT(j.numbers["memory.residentBytes"], j.numbers["memory.libraryBytes"]);
+    for (const char* key : {"roundTrip.mismatched", "errors.malformedRecords", "time.seconds",
+                            "memory.ribBytes", "outbound.distinctSets"})
+        EXPECT_TRUE(j.keys.count(key)) << key;
+
+    const std::string svg = readFileRawString(tmp.path("r.svg"));
+    EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
+    EXPECT_NE(svg.find("Memory by component"), std::string::npos);
+    EXPECT_NE(svg.find("Sharing per tier"), std::string::npos);
+    EXPECT_EQ(svg.substr(svg.size() - 7), "</svg>\n");
+}
+
+TEST(CensusTool, UnreadableInputEndsNonZeroKeepingWhatCameBefore) {
+    TempDir tmp;
+    Outcome missing = runTool({tmp.path("nope.mrt")});
+    EXPECT_EQ(missing.status, 1);
+    EXPECT_NE(missing.err.find(tmp.path("nope.mrt")), std::string::npos) << missing.err;
+
+    // A copy cut inside its last record: the records before it are all in the report.
+    Bytes edge = readFileRaw(testData("edge_cases.mrt"));
+    std::vector<size_t> ends;
+    Bytes whole = firstRecords(testData("edge_cases.mrt"), edge.size(), &ends);
+    ASSERT_GE(ends.size(), 3u);
+    const std::string cut = tmp.path("cut.mrt");
+    writeFile(cut, Bytes(whole.begin(), whole.begin() + long(ends[ends.size() - 2] + 5)));
+    Outcome o = runTool({cut, "--json", tmp.path("cut.json")});
+    EXPECT_EQ(o.status, 1);
+    EXPECT_NE(o.err.find(cut + ": byte " + std::to_string(ends[ends.size() - 2])),
+              std::string::npos)
+        << o.err;
+    const std::string json = readFileRawString(tmp.path("cut.json"));
+    JsonCheck j(json);
+    ASSERT_TRUE(j.parse());
+    EXPECT_EQ(j.numbers["paths.records"], double(ends.size() - 1));
+    EXPECT_EQ(j.numbers["errors.unreadableFiles"], 1);
+    EXPECT_NE(o.out.find("READ ERROR"), std::string::npos);
+}
+
+TEST(CensusTool, DamagedDumpsNeverCrashAndFailOnlyWhenUnreadable) {
+    TempDir tmp;
+    std::vector<std::pair<std::string, Bytes>> bases;
+    std::vector<std::vector<size_t>> ends;
+    ends.emplace_back();
+    bases.emplace_back("edge_cases.mrt",
+                       firstRecords(testData("edge_cases.mrt"), 1 << 20, &ends.back()));
+    for (const char* f : {"bview.20020722.2337.gz", "updates.20070211.0141.gz",
+                          "updates.20160811.1600.gz", "bview.ipv6_unicast_add_path.gz"}) {
+        const std::string path = sharedMrt(f);
+        if (path.empty()) continue;
+        ends.emplace_back();
+        bases.emplace_back(f, firstRecords(path, 48 * 1024, &ends.back()));
+    }
+    const std::string file = tmp.path("damaged.mrt");
+    for (size_t b = 0; b < bases.size(); ++b) {
+        SCOPED_TRACE(bases[b].first);
+        std::mt19937 rng(unsigned(41 + b));
+        for (int i = 0; i < 6; ++i) {
+            Bytes d = bases[b].second;
+            // Bits flipped inside record bodies (the framing stays): always read to the end.
+            for (int k = 0; k < 1 + 3 * i; ++k) {
+                size_t rec = rng() % ends[b].size();
+                size_t start = (rec ? ends[b][rec - 1] : 0) + 12;
+                if (ends[b][rec] > start)
+                    d[start + rng() % (ends[b][rec] - start)] ^= 1 << (rng() % 8);
+            }
+            writeFile(file, d);
+            Outcome o = runTool({file});
+            EXPECT_EQ(o.status, 0) << o.err;
+            // Cut anywhere: unreadable exactly when the cut falls inside a record.
+            size_t at = rng() % (d.size() + 1);
+            writeFile(file, Bytes(d.begin(), d.begin() + long(at)));
+            bool boundary = at == 0 || std::binary_search(ends[b].begin(), ends[b].end(), at);
+            o = runTool({file});
+            EXPECT_EQ(o.status, boundary ? 0 : 1) << "cut at " << at << ": " << o.err;
+            // Bits flipped anywhere, headers included: whatever happens, an orderly end.
+            for (int k = 0; k < 1 + i; ++k)
+                d[rng() % d.size()] ^= uint8_t(1u << (rng() % 8));
+            writeFile(file, gzipBytes(d));
+            o = runTool({file});
+            EXPECT_TRUE(o.status == 0 || o.status == 1);
+            if (o.status == 1) {
+                EXPECT_NE(o.err.find(file + ": byte "), std::string::npos);
+            }
+        }
+    }
+}
+
+TEST(CensusToolConcurrent, TwoThreadsHoldTheSameRoutesAndSets) {
+    TempDir tmp;
+    std::string input = testData("edge_cases.mrt");
+    if (std::string p = sharedMrt("updates.20160811.1600.gz"); !p.empty()) {
+        input = tmp.path("part.mrt");
+        writeFile(input, firstRecords(p, 600 * 1024));
+    }
+    auto figures = [&](unsigned threads) {
+        CensusRun run(RunOptions{threads, true, nullptr});
+        EXPECT_TRUE(run.readFile(input).ok);
+        Report r = Report::gather(run);
+        return std::vector<uint64_t>{
+            r.routes,           r.inSets,      r.outSets,         r.ingest.announced,
+            r.ingest.withdrawn, r.rib.removed, r.roundTrip.paths, r.roundTrip.mismatched()};
+    };
+    std::vector<uint64_t> one = figures(1), two = figures(2);
+    EXPECT_EQ(one, two);
+    EXPECT_GT(one[0], 0u);
+}

@@ -1,0 +1,152 @@
+// The census RIB: announcements replace, withdrawals release, routes are keyed by peer, masked
+// prefix, path id and SAFI, and every set leaves its table once the RIB lets go of it.
+#include "census/Rib.h"
+#include "census/Ingest.h"
+
+#include "AsPath/AspathAttrCanonical.h"
+#include "MelStash/StoreManager.h"
+#include "OrvBgp/BgpPathAttributes.h"
+#include "OrvBgp/RibOutBgpPathAttributes.h"
+#include "Routing/CommList.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+using namespace Census;
+using namespace Routing::Bgp;
+
+namespace {
+
+Prefix v4(uint32_t addr, uint8_t len, uint32_t pathId = 0, bool hasPathId = false) {
+    Prefix p;
+    p.address = IpAddress::v4(addr);
+    p.length = len;
+    p.pathId = pathId;
+    p.hasPathId = hasPathId;
+    return p;
+}
+
+Prefix v6(uint8_t first, uint8_t last, uint8_t len) {
+    uint8_t b[16] = {0x20, 0x01, 0x0d, 0xb8};
+    b[4] = first;
+    b[15] = last;
+    Prefix p;
+    p.address = IpAddress::v6(b);
+    p.length = len;
+    return p;
+}
+
+// Contents whose AS path is unique to this test file, so their sets are ones nothing else holds.
+PathAttributesContents contents(uint32_t tag, bool withComms = false) {
+    PathAttributesContents c;
+    AspathAttrCanonicalContent path;
+    path.segmentAdd(Routing::Bgp::AsSegmentType::asSequence_,
+                    {4200000001u, 4200000002u, 4200000000u + tag});
+    c.aspathAttrIs(aspathAttrCanonicalFactory(path));
+    c.medIs(Routing::MultiExitDiscriminator(tag));
+    if (withComms) c.commListIs(Routing::CommList::intern({0xfde80000u + tag, 0xfde90001u}));
+    return c;
+}
+
+// Live objects of every class of the store (tables' arrays left aside).
+int64_t liveObjects() {
+    int64_t n = 0;
+    for (const auto& s : MelStash::StoreManager::typeStats())
+        if (s.kind == MelStash::TypeStats::Kind::storeObject) n += s.objects;
+    return n;
+}
+
+} // namespace
+
+TEST(CensusRib, AnnouncementsReplaceAndWithdrawalsRelease) {
+    Ingest in;
+    InternedSets a = in.intern(contents(1));
+    InternedSets b = in.intern(contents(2));
+    const Prefix p = v4(0x0a000000, 8);
+
+    in.announce(3, p, kSafiUnicast, a);
+    in.announce(3, p, kSafiUnicast, a);
+    EXPECT_EQ(in.rib().find(3, p, kSafiUnicast).get(), a.in.get());
+    in.announce(3, p, kSafiUnicast, b);
+    EXPECT_EQ(in.rib().find(3, p, kSafiUnicast).get(), b.in.get());
+    EXPECT_EQ(in.rib().size(), 1u);
+    // The replaced set is held by this test only now; the RIB holds b's.
+    EXPECT_EQ(a.in->refCount(), 2u); // ours and its table's
+    EXPECT_EQ(b.in->refCount(), 3u);
+
+    const RibCounts& c = in.rib().counts();
+    EXPECT_EQ(c.added, 1u);
+    EXPECT_EQ(c.unchanged, 1u);
+    EXPECT_EQ(c.replaced, 1u);
+
+    EXPECT_TRUE(in.rib().withdraw(3, p, kSafiUnicast));
+    EXPECT_FALSE(in.rib().withdraw(3, p, kSafiUnicast));
+    EXPECT_EQ(in.rib().size(), 0u);
+    EXPECT_EQ(b.in->refCount(), 2u);
+    EXPECT_EQ(b.out->refCount(), 2u);
+    EXPECT_EQ(in.rib().counts().removed, 1u);
+}
+
+TEST(CensusRib, RoutesAreKeyedByPeerMaskedPrefixPathIdAndSafi) {
+    Ingest in;
+    InternedSets a = in.intern(contents(11));
+    in.announce(1, v4(0x0a000000, 8), kSafiUnicast, a);
+    in.announce(2, v4(0x0a000000, 8), kSafiUnicast, a);          // other peer
+    in.announce(1, v4(0x0a000000, 16), kSafiUnicast, a);         // other length
+    in.announce(1, v4(0x0a000000, 8), kSafiMulticast, a);        // other SAFI
+    in.announce(1, v4(0x0a000000, 8, 7, true), kSafiUnicast, a); // a path id
+    in.announce(1, v6(0, 0, 32), kSafiUnicast, a);               // IPv6
+    in.announce(1, v6(0, 0, 48), kSafiUnicast, a);
+    EXPECT_EQ(in.rib().size(), 7u);
+    // Host bits past the length are not part of the route: these replace, not add.
+    in.announce(1, v4(0x0a0000ff, 8), kSafiUnicast, a);
+    in.announce(1, v4(0x0a00ffff, 16), kSafiUnicast, a);
+    in.announce(1, v6(0x77, 0x55, 32), kSafiUnicast, a);
+    EXPECT_EQ(in.rib().size(), 7u);
+    // A /0 and a /32 at the edges of the mask.
+    in.announce(1, v4(0xffffffff, 0), kSafiUnicast, a);
+    EXPECT_NE(in.rib().find(1, v4(0, 0), kSafiUnicast).get(), nullptr);
+    in.announce(1, v4(0x0a000001, 32), kSafiUnicast, a);
+    EXPECT_EQ(in.rib().find(1, v4(0x0a000000, 32), kSafiUnicast).get(), nullptr);
+    EXPECT_EQ(in.rib().size(), 9u);
+    EXPECT_TRUE(in.rib().withdraw(1, v6(0x12, 0x34, 32), kSafiUnicast));
+    EXPECT_EQ(in.rib().size(), 8u);
+    EXPECT_GE(in.rib().memoryBytes(), 8u * 20u);
+}
+
+TEST(CensusRib, ClearedRibLeavesNoObjectBehind) {
+    const int64_t before = liveObjects();
+    const int64_t inBefore = int64_t(PathAttributesDedupTable::instance().size());
+    const int64_t outBefore = int64_t(RibOutPathAttributesDedupTable::instance().size());
+    {
+        Ingest in;
+        for (uint32_t i = 0; i < 500; ++i) {
+            InternedSets s = in.intern(contents(1000 + i % 50, i % 3 == 0));
+            in.announce(uint16_t(i % 7), v4(0x0b000000u + (i << 8), 24), kSafiUnicast, s);
+            if (i % 5 == 0) in.withdraw(uint16_t(i % 7), v4(0x0b000000u + (i << 8), 24), 1);
+        }
+        EXPECT_EQ(in.rib().size(), 400u);
+        EXPECT_GT(liveObjects(), before);
+        EXPECT_GT(int64_t(PathAttributesDedupTable::instance().size()), inBefore);
+        in.clear();
+        EXPECT_EQ(in.rib().size(), 0u);
+        EXPECT_EQ(liveObjects(), before);
+        EXPECT_EQ(int64_t(PathAttributesDedupTable::instance().size()), inBefore);
+        EXPECT_EQ(int64_t(RibOutPathAttributesDedupTable::instance().size()), outBefore);
+    }
+    EXPECT_EQ(liveObjects(), before);
+}
+
+TEST(CensusRib, PeersAreNumberedInOrderOfFirstAppearance) {
+    PeerTable peers;
+    Peer a{IpAddress::v4(0x0a000001), 65001, 0};
+    Peer b{IpAddress::v4(0x0a000001), 65002, 0}; // same address, other AS: another session
+    Peer c{IpAddress::v4(0x0a000002), 65001, 0};
+    EXPECT_EQ(peers.index(a), 0);
+    EXPECT_EQ(peers.index(b), 1);
+    EXPECT_EQ(peers.index(a), 0);
+    EXPECT_EQ(peers.index(c), 2);
+    EXPECT_EQ(peers.size(), 3u);
+    EXPECT_EQ(peers.at(1).as, 65002u);
+}

@@ -1,0 +1,35 @@
+// The bgp-attr-census command line, callable in-process (tools/census/main.cpp is only this).
+//   int status = Census::censusMain(argc, argv, stdout, stderr);
+// Exit status: 0; 1 when a file could not be read to its end (everything read before it is still
+// in the report) or an output file could not be written; 2 for a usage error.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Census {
+
+struct CliOptions {
+    std::vector<std::string> files;
+    bool dump = false;
+    bool measure = false;
+    bool roundTrip = true;
+    bool progress = true;
+    unsigned threads = 1;
+    uint64_t paths = 1000000;
+    uint32_t peers = 20;
+    uint64_t seed = 1;
+    bool syntheticAsked = false;
+    std::string json;
+    std::string svg;
+};
+
+// Parses argv[1..]; nullopt (with the reason in error) for a usage error.
+std::optional<CliOptions> parseCensusArgs(int argc, const char* const* argv, std::string& error);
+
+int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err);
+
+} // namespace Census

@@ -1,0 +1,368 @@
+#include "census/Run.h"
+
+#include "census/Progress.h"
+
+#include "OrvBgp/BgpPathAttributes.h"
+
+#include <chrono>
+#include <condition_variable>
+#include <deque>
+#include <mutex>
+#include <thread>
+
+namespace Census {
+
+using namespace Routing::Bgp;
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+double since(Clock::time_point t0) {
+    return std::chrono::duration<double>(Clock::now() - t0).count();
+}
+
+// Records copied out of the reader's buffer, handed to every decoding thread.
+struct Batch {
+    std::vector<uint8_t> bytes;
+    struct Rec {
+        MrtRecord header; // body left empty; (offset, size) into bytes
+        size_t at, size;
+    };
+    std::vector<Rec> recs;
+};
+
+// A bounded queue of batches, one per thread.
+class BatchQueue {
+public:
+    void push(std::shared_ptr<const Batch> b) {
+        std::unique_lock lock(m_);
+        notFull_.wait(lock, [&] { return q_.size() < kDepth; });
+        q_.push_back(std::move(b));
+        notEmpty_.notify_one();
+    }
+    // Null at the end.
+    std::shared_ptr<const Batch> pop() {
+        std::unique_lock lock(m_);
+        notEmpty_.wait(lock, [&] { return !q_.empty(); });
+        auto b = std::move(q_.front());
+        q_.pop_front();
+        notFull_.notify_one();
+        return b;
+    }
+
+private:
+    static constexpr size_t kDepth = 8;
+    std::mutex m_;
+    std::condition_variable notEmpty_, notFull_;
+    std::deque<std::shared_ptr<const Batch>> q_;
+};
+
+} // namespace
+
+void addDecodeCounts(DecodeCounts& t, const DecodeCounts& c) {
+    t.records += c.records;
+    t.tableDumpRecords += c.tableDumpRecords;
+    t.tableDumpV2Records += c.tableDumpV2Records;
+    t.bgp4mpRecords += c.bgp4mpRecords;
+    t.peerIndexTables += c.peerIndexTables;
+    t.ribEntries += c.ribEntries;
+    t.updates += c.updates;
+    t.otherMessages += c.otherMessages;
+    t.stateChanges += c.stateChanges;
+    t.skippedRecords += c.skippedRecords;
+    t.malformedRecords += c.malformedRecords;
+    t.announcements += c.announcements;
+    t.withdrawals += c.withdrawals;
+    t.unusablePaths += c.unusablePaths;
+    t.unsupportedAfiSafi += c.unsupportedAfiSafi;
+    t.attributeSets += c.attributeSets;
+    for (size_t i = 0; i < kErrorActionCount; ++i)
+        t.malformed.byAction[i] += c.malformed.byAction[i];
+    for (size_t i = 0; i < kMalformationCount; ++i)
+        t.malformed.byKind[i] += c.malformed.byKind[i];
+    for (size_t i = 0; i < 256; ++i)
+        t.malformed.byAttributeType[i] += c.malformed.byAttributeType[i];
+}
+
+// ---- MrtIngest ----------------------------------------------------------------------------------
+
+MrtIngest::MrtIngest(const Mel::Ptr<ContentsBuilder::NexthopTable>& ipv4,
+                     const Mel::Ptr<ContentsBuilder::NexthopTable>& ipv6, bool roundTrip,
+                     unsigned threads, unsigned index)
+    : builder_(ipv4, ipv6), checkRoundTrip_(roundTrip), threads_(threads ? threads : 1),
+      index_(index) {}
+
+MrtIngest::~MrtIngest() = default;
+
+void MrtIngest::onPath(const DecodedPath& p) {
+    const uint16_t peer = peers_.index(p.peer);
+    if (threads_ > 1 && peer % threads_ != index_) return;
+    const Clock::time_point t0 = Clock::now();
+    if (p.withdrawal()) {
+        withdraw(peer, p.prefix, p.safi);
+    } else if (!p.usable()) {
+        // Treat-as-withdraw: the route goes, whatever it was.
+        ++counts_.unusable;
+        rib_.withdraw(peer, p.prefix, p.safi);
+    } else {
+        // The prefixes of one UPDATE share its set, except that the NLRI field and MP_REACH_NLRI
+        // have next hops of their own.
+        if (p.source == PathSource::RibEntry || !cached_ || cachedSource_ != p.source) {
+            sets_ = InternedSets();
+            if (builder_.build(p, contents_)) {
+                sets_ = intern(contents_);
+                if (checkRoundTrip_) roundTrip_.check(p, *sets_.in);
+            } else {
+                ++counts_.buildFailures;
+            }
+            cached_ = p.source != PathSource::RibEntry;
+            cachedSource_ = p.source;
+        }
+        if (sets_.in)
+            announce(peer, p.prefix, p.safi, sets_);
+        else
+            rib_.withdraw(peer, p.prefix, p.safi);
+    }
+    addTime(t0);
+}
+
+// ---- CensusRun ----------------------------------------------------------------------------------
+
+CensusRun::CensusRun(RunOptions opts) : opts_(opts) {
+    if (opts_.threads == 0) opts_.threads = 1;
+}
+
+CensusRun::~CensusRun() {
+    // The RIBs go before the next-hop tables their sets reference.
+    workers_.clear();
+}
+
+void CensusRun::makeWorkers(bool mrt) {
+    if (!workers_.empty()) return;
+    if (mrt) {
+        nh4_ = Mel::Ptr<ContentsBuilder::NexthopTable>(
+            new ContentsBuilder::NexthopTable(BgpVrfIdBase(0), Orvnet::AfiSafi::ipv4Unicast()));
+        nh6_ = Mel::Ptr<ContentsBuilder::NexthopTable>(
+            new ContentsBuilder::NexthopTable(BgpVrfIdBase(0), Orvnet::AfiSafi::ipv6Unicast()));
+    }
+    for (unsigned i = 0; i < opts_.threads; ++i) {
+        if (mrt) {
+            auto w = std::make_unique<MrtIngest>(nh4_, nh6_, opts_.roundTrip, opts_.threads, i);
+            mrtWorkers_.push_back(w.get());
+            workers_.push_back(std::move(w));
+        } else {
+            workers_.push_back(std::make_unique<Ingest>());
+        }
+    }
+}
+
+const FileOutcome& CensusRun::readFile(const std::string& path) {
+    makeWorkers(true);
+    const Clock::time_point t0 = Clock::now();
+    FileOutcome r = opts_.threads > 1 ? readThreaded(path) : readSingle(path, *mrtWorkers_[0]);
+    r.name = path;
+    r.seconds = since(t0);
+    seconds_ += r.seconds;
+    files_.push_back(std::move(r));
+    return files_.back();
+}
+
+FileOutcome CensusRun::readSingle(const std::string& path, MrtIngest& w) {
+    FileOutcome r;
+    MrtDecoder decoder(w);
+    std::unique_ptr<Progress> bar;
+    uint64_t expected = Progress::expectedBytes(path);
+    if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
+        bar = std::make_unique<Progress>(opts_.progress, path, expected);
+    try {
+        MrtReader reader(InputFile::open(path));
+        MrtRecord rec;
+        while (reader.next(rec)) {
+            decoder.decode(rec);
+            if (bar) bar->update(reader.offset(), w.counts().announced);
+        }
+        r.bytes = reader.offset();
+    } catch (const ReadError& e) {
+        r.ok = false;
+        r.error = e.what();
+        r.bytes = e.offset();
+    }
+    if (bar) bar->finalIs(r.bytes, w.counts().announced);
+    r.counts = decoder.counts();
+    return r;
+}
+
+FileOutcome CensusRun::readThreaded(const std::string& path) {
+    FileOutcome r;
+    const unsigned n = opts_.threads;
+    std::vector<BatchQueue> queues(n);
+    std::vector<DecodeCounts> counts(n);
+    std::vector<std::thread> threads;
+    for (unsigned i = 0; i < n; ++i)
+        threads.emplace_back([&, i] {
+            MrtDecoder decoder(*mrtWorkers_[i]);
+            MrtRecord rec;
+            while (auto b = queues[i].pop()) {
+                for (const Batch::Rec& x : b->recs) {
+                    rec = x.header;
+                    rec.body = std::span<const uint8_t>(b->bytes.data() + x.at, x.size);
+                    decoder.decode(rec);
+                }
+            }
+            counts[i] = decoder.counts();
+        });
+
+    std::unique_ptr<Progress> bar;
+    uint64_t expected = Progress::expectedBytes(path);
+    if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
+        bar = std::make_unique<Progress>(opts_.progress, path, expected);
+    constexpr size_t kBatchBytes = 1 << 20;
+    auto batch = std::make_shared<Batch>();
+    auto flush = [&] {
+        std::shared_ptr<const Batch> b = std::move(batch);
+        for (BatchQueue& q : queues)
+            q.push(b);
+        batch = std::make_shared<Batch>();
+    };
+    try {
+        MrtReader reader(InputFile::open(path));
+        MrtRecord rec;
+        while (reader.next(rec)) {
+            Batch::Rec x{rec, batch->bytes.size(), rec.body.size()};
+            x.header.body = {};
+            batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
+            batch->recs.push_back(x);
+            if (batch->bytes.size() >= kBatchBytes) flush();
+            if (bar) bar->update(reader.offset(), mrtWorkers_[0]->counts().announced);
+        }
+        r.bytes = reader.offset();
+    } catch (const ReadError& e) {
+        r.ok = false;
+        r.error = e.what();
+        r.bytes = e.offset();
+    }
+    if (!batch->recs.empty()) flush();
+    for (BatchQueue& q : queues)
+        q.push(nullptr);
+    for (std::thread& t : threads)
+        t.join();
+    if (bar) bar->finalIs(r.bytes, ingestCounts().announced);
+    r.counts = counts[0];
+    return r;
+}
+
+void CensusRun::generate(const SyntheticConfig& cfg) {
+    makeWorkers(false);
+    synthetic_ = true;
+    syntheticConfig_ = cfg;
+    const Clock::time_point t0 = Clock::now();
+    SyntheticTable table(cfg);
+    std::unique_ptr<Progress> bar;
+    if (opts_.progress && cfg.paths >= Progress::kLargePaths)
+        bar = std::make_unique<Progress>(opts_.progress, "synthetic table", cfg.paths);
+    std::atomic<uint64_t> done{0};
+    auto work = [&](unsigned t) {
+        Ingest& w = *workers_[t];
+        PathAttributesContents last;
+        InternedSets sets;
+        bool have = false;
+        for (uint32_t peer = t; peer < table.peerCount(); peer += opts_.threads)
+            table.generatePeer(peer, [&](uint16_t p, const Prefix& prefix,
+                                         const PathAttributesContents& c) {
+                auto t1 = Clock::now();
+                if (!have || !(c == last)) {
+                    sets = w.intern(c);
+                    last = c;
+                    have = true;
+                }
+                w.announce(p, prefix, kSafiUnicast, sets);
+                w.counts().internNanos +=
+                    uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - t1)
+                                 .count());
+                uint64_t d = done.fetch_add(1, std::memory_order_relaxed) + 1;
+                if (t == 0 && bar) bar->update(d, d);
+            });
+    };
+    std::vector<std::thread> threads;
+    for (unsigned t = 1; t < opts_.threads; ++t)
+        threads.emplace_back(work, t);
+    work(0);
+    for (std::thread& t : threads)
+        t.join();
+    if (bar) bar->finalIs(done.load(), done.load());
+    bar.reset();
+    seconds_ += since(t0);
+}
+
+DecodeCounts CensusRun::decodeCounts() const {
+    DecodeCounts t;
+    for (const FileOutcome& f : files_)
+        addDecodeCounts(t, f.counts);
+    return t;
+}
+
+IngestCounts CensusRun::ingestCounts() const {
+    IngestCounts t;
+    for (const auto& w : workers_)
+        t += w->counts();
+    return t;
+}
+
+RibCounts CensusRun::ribCounts() const {
+    RibCounts t;
+    for (const auto& w : workers_) {
+        const RibCounts& c = w->rib().counts();
+        t.announcements += c.announcements;
+        t.added += c.added;
+        t.replaced += c.replaced;
+        t.unchanged += c.unchanged;
+        t.withdrawals += c.withdrawals;
+        t.removed += c.removed;
+    }
+    return t;
+}
+
+BuildCounts CensusRun::buildCounts() const {
+    BuildCounts t;
+    for (const MrtIngest* w : mrtWorkers_)
+        t.merge(w->builder().counts());
+    return t;
+}
+
+RoundTripCounts CensusRun::roundTripCounts() const {
+    RoundTripCounts t;
+    for (const MrtIngest* w : mrtWorkers_)
+        t.merge(w->roundTrip().counts());
+    return t;
+}
+
+uint64_t CensusRun::routes() const {
+    uint64_t n = 0;
+    for (const auto& w : workers_)
+        n += w->rib().size();
+    return n;
+}
+
+uint64_t CensusRun::peers() const {
+    // Every MRT thread numbers every peer; the synthetic table's peers are split between threads.
+    if (!mrtWorkers_.empty()) return mrtWorkers_[0]->peers().size();
+    return synthetic_ ? syntheticConfig_.peers : 0;
+}
+
+uint64_t CensusRun::ribBytes() const {
+    uint64_t n = 0;
+    for (const auto& w : workers_)
+        n += w->rib().memoryBytes() + w->peers().memoryBytes();
+    return n;
+}
+
+double CensusRun::internSeconds() const {
+    return double(ingestCounts().internNanos) * 1e-9;
+}
+
+void CensusRun::clear() {
+    for (const auto& w : workers_)
+        w->clear();
+}
+
+} // namespace Census
