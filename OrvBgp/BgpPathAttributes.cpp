@@ -372,7 +372,11 @@ public:
         for (const StoredAsSegment& seg : path.path())
             substituted |=
                 AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, scratch_);
-        begin(type, pathAttrFlagTransitive, scratch_.size()).addData(scratch_.span());
+        // AS4_PATH is optional transitive; AS_PATH well-known.
+        const uint8_t flags = type == BgpPathAttrType::as4Path_
+                                  ? uint8_t(pathAttrFlagOptional | pathAttrFlagTransitive)
+                                  : pathAttrFlagTransitive;
+        begin(type, flags, scratch_.size()).addData(scratch_.span());
         emitBuffer(type);
         return substituted;
     }
