@@ -26,6 +26,8 @@ const char* roundTripReasonName(RoundTripReason r) {
         return "discarded";
     case RoundTripReason::NextHopOfOtherFamily:
         return "next-hop-of-other-family";
+    case RoundTripReason::UnusedFlagBits:
+        return "unused-flag-bits";
     }
     return "?";
 }
@@ -285,17 +287,25 @@ void RoundTrip::check(const DecodedPath& path, const Routing::Bgp::PathAttribute
             continue;
         }
         const uint8_t rf = attr.flags, wf = w[0];
-        if (sameBytes(attr.value, Wire::attributeValue(w)) && ((rf ^ wf) & ~0x30) == 0) {
-            if (((rf ^ wf) & 0x20) && (rf & 0xc0) == 0xc0) {
+        if (sameBytes(attr.value, Wire::attributeValue(w)) && ((rf ^ wf) & 0xc0) == 0) {
+            const uint8_t diff = rf ^ wf;
+            if (diff & 0x20) {
                 explain(type, RoundTripReason::PartialBit);
                 continue;
             }
-            if (((rf ^ wf) & 0x30) == 0x10 && attr.value.size() < 256) {
+            if ((diff & 0x10) && attr.value.size() < 256) {
                 explain(type, RoundTripReason::ExtendedLength);
                 continue;
             }
+            if ((diff & 0x1f) == (rf & 0x0f)) {
+                explain(type, RoundTripReason::UnusedFlagBits);
+                continue;
+            }
         }
-        if (as4Arrived && (type == T::asPath_ || type == T::aggregator_)) {
+        // Folding changes values, never the optional and transitive bits.
+        if (as4Arrived && ((rf ^ wf) & 0xc0) == 0 &&
+            (type == T::asPath_ || type == T::aggregator_ || type == T::as4Path_ ||
+             type == T::as4Aggregator_)) {
             explain(type, RoundTripReason::As4Folding);
             continue;
         }
@@ -312,7 +322,8 @@ void RoundTrip::check(const DecodedPath& path, const Routing::Bgp::PathAttribute
             if (&wr != &sink.written[sink.first[type]]) mismatch(type, {}, sink.at(wr));
             continue;
         }
-        if ((type == T::as4Path_ || type == T::as4Aggregator_) && as4Arrived)
+        if ((type == T::as4Path_ || type == T::as4Aggregator_) && as4Arrived &&
+            (sink.at(wr)[0] & 0xc0) == 0xc0)
             explain(type, RoundTripReason::As4Folding);
         else
             mismatch(type, {}, sink.at(wr));

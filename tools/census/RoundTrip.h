@@ -22,8 +22,9 @@
 namespace Census {
 
 enum class RoundTripReason : uint8_t {
-    // Flags differ in the Partial bit only, on an optional transitive attribute: the library
-    // keeps no Partial bit for attributes it holds, and sets it on unknown transitive ones.
+    // Flags differ in the Partial bit only: a set keeps no Partial bit for the attributes it holds
+    // (senders set it on optional transitive ones they pass on, RFC 4271 wants it clear on the
+    // others), and sets it on the unknown transitive ones it keeps.
     PartialBit,
     // The sender used the extended-length form for a value shorter than 256 bytes (and the flags
     // and value are otherwise equal).
@@ -38,8 +39,10 @@ enum class RoundTripReason : uint8_t {
     // NEXT_HOP that arrived beside MP_REACH_NLRI for a prefix announced there: the set holds the
     // MP_REACH_NLRI next hop.
     NextHopOfOtherFamily,
+    // The low four flag bits were set: unused, ignored on receipt and written as zero (RFC 4271).
+    UnusedFlagBits,
 };
-inline constexpr size_t kRoundTripReasonCount = 6;
+inline constexpr size_t kRoundTripReasonCount = 7;
 const char* roundTripReasonName(RoundTripReason r);
 
 struct RoundTripCounts {
