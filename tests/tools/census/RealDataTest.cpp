@@ -1,0 +1,283 @@
+// The real MRT dumps in ../shared/data/mrt through the ContentsBuilder and back to the wire.
+#include "census/ContentsBuilder.h"
+#include "census/RoundTrip.h"
+
+#include "CensusTestUtil.h"
+
+#include "AsPath/AspathAttrCanonical.h"
+#include "MelStash/StoreManager.h"
+#include "OrvBgp/BgpPathAttributesMisc.h"
+#include "OrvBgp/ClusterList.h"
+#include "OrvBgp/GunkAttributes.h"
+#include "OrvBgp/RibOutBgpPathAttributes.h"
+#include "Routing/CommList.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <filesystem>
+#include <map>
+#include <set>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+namespace {
+
+using namespace Routing::Bgp;
+using Census::DecodedAttributes;
+using Census::DecodedPath;
+
+std::string mrtDir() {
+    return (std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt").string();
+}
+
+// Every MRT file of the shared data (the bgpdump text outputs beside them left out).
+std::vector<std::string> mrtFiles() {
+    std::vector<std::string> out;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(mrtDir(), ec))
+        if (e.is_regular_file() &&
+            e.path().filename().string().find(".bgpdump-m.") == std::string::npos)
+            out.push_back(e.path().string());
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+#define NEED_MRT_DIR()                                                                             \
+    if (mrtFiles().empty())                                                                        \
+        GTEST_SKIP() << "no MRT dumps under " << mrtDir() << " (../shared is absent)";
+
+std::string base(const std::string& path) {
+    return std::filesystem::path(path).filename().string();
+}
+
+struct RoundTripRun : Census::MrtHandler {
+    Census::ContentsBuilder builder;
+    Census::RoundTrip roundTrip;
+    void onPath(const DecodedPath& p) override {
+        Mel::PtrConst<PathAttributes> set = builder.intern(p);
+        if (set) roundTrip.check(p, *set);
+    }
+};
+
+TEST(CensusRealData, EveryDumpRoundTripsWithEveryDifferenceExplained) {
+    NEED_MRT_DIR();
+    Census::RoundTripCounts total;
+    for (const std::string& file : mrtFiles()) {
+        SCOPED_TRACE(file);
+        RoundTripRun run;
+        const auto t0 = std::chrono::steady_clock::now();
+        Census::FileResult r = Census::readMrtFile(file, run);
+        const double s =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
+        EXPECT_TRUE(r.ok) << r.error;
+        const Census::RoundTripCounts& c = run.roundTrip.counts();
+        EXPECT_EQ(c.mismatched(), 0u) << c.toString();
+        for (const auto& sample : c.samples)
+            ADD_FAILURE() << "type " << int(sample.type) << " at record offset "
+                          << sample.recordOffset << ": received " << sample.received << ", written "
+                          << sample.written;
+        std::printf("%s: %llu paths, %llu sets built and written back (%.2f s)\n%s",
+                    base(file).c_str(), (unsigned long long)run.builder.counts().paths,
+                    (unsigned long long)run.builder.counts().built, s, c.toString().c_str());
+        RecordProperty(base(file) + ".matched", std::to_string(c.matched()));
+        RecordProperty(base(file) + ".explained", std::to_string(c.explained()));
+        RecordProperty(base(file) + ".mismatched", std::to_string(c.mismatched()));
+        total.merge(c);
+    }
+    EXPECT_GT(total.matched(), 500000u);
+    EXPECT_EQ(total.mismatched(), 0u);
+}
+
+// ---- distinct sets, against a count made here from the decoded values ----
+
+void putU32(std::string& k, uint32_t v) {
+    k.append(reinterpret_cast<const char*>(&v), 4);
+}
+void putBytes(std::string& k, std::span<const uint8_t> b) {
+    putU32(k, uint32_t(b.size()));
+    k.append(reinterpret_cast<const char*>(b.data()), b.size());
+}
+
+// Everything the decoded path says that an attribute set keeps, as one string: two paths with the
+// same key must share one set. Outbound keys leave out the next hops, which outbound sets do not
+// keep.
+std::string independentKey(const DecodedPath& p, bool outbound) {
+    const DecodedAttributes& a = *p.attributes;
+    std::string k;
+    std::array<uint64_t, 4> seen{};
+    for (const Census::PathAttribute& attr : a.list) {
+        const uint8_t t = attr.type;
+        if ((seen[t >> 6] >> (t & 63)) & 1) continue;
+        seen[t >> 6] |= uint64_t(1) << (t & 63);
+        // Next hops are added below; MP_UNREACH_NLRI is no attribute of a set; the AS4
+        // attributes are in the folded path and aggregator.
+        if (!a.has(t) || t == 3 || t == 14 || t == 15 || t == 17 || t == 18) continue;
+        k.push_back(char(t));
+        switch (t) {
+        case 1:
+            k.push_back(char(a.origin));
+            break;
+        case 2:
+            for (const auto& seg : a.effectiveAsPath().segments) {
+                k.push_back(char(seg.type));
+                for (uint32_t as : a.effectiveAsPath().asnsOf(seg))
+                    putU32(k, as);
+                k.push_back(';');
+            }
+            break;
+        case 4:
+            putU32(k, a.med);
+            break;
+        case 5:
+            putU32(k, a.localPref);
+            break;
+        case 7:
+            putU32(k, a.effectiveAggregator().as);
+            putU32(k, a.effectiveAggregator().address);
+            break;
+        case 9:
+            putU32(k, a.originatorId);
+            break;
+        case 8:
+        case 10:
+        case 16:
+        case 25:
+        case 26:
+        case 32:
+            putBytes(k, attr.value);
+            break;
+        default:
+            k.push_back(char(attr.flags)); // unknown attributes are kept with their flags
+            putBytes(k, attr.value);
+            break;
+        }
+    }
+    if (outbound) return k;
+    const bool viaMp = p.source == Census::PathSource::MpReach ||
+                       (p.source == Census::PathSource::RibEntry &&
+                        (p.afi != Census::kAfiIpv4 || !a.has(Census::AttrType::kNextHop)));
+    k += p.afi == Census::kAfiIpv4 ? "|4" : "|6";
+    if (viaMp && a.has(Census::AttrType::kMpReach)) {
+        k.append(reinterpret_cast<const char*>(a.mpReach.nextHop.bytes.data()), 16);
+        k.push_back(char(a.mpReach.nextHop.family));
+        k.append(reinterpret_cast<const char*>(a.mpReach.linkLocalNextHop.bytes.data()), 16);
+        k.push_back(char(a.mpReach.linkLocalNextHop.family));
+    } else if (!viaMp && a.has(Census::AttrType::kNextHop)) {
+        putU32(k, a.nextHop);
+    }
+    return k;
+}
+
+struct DistinctRun : Census::MrtHandler {
+    Census::ContentsBuilder builder;
+    PathAttributesContents contents;
+    std::unordered_map<const void*, Mel::PtrConst<PathAttributes>> in;
+    std::unordered_map<const void*, Mel::PtrConst<RibOutPathAttributes>> out;
+    std::set<std::string> inKeys, outKeys;
+
+    void onPath(const DecodedPath& p) override {
+        if (!builder.build(p, contents)) return;
+        Mel::PtrConst<PathAttributes> i =
+            PathAttributes::dedupContent(&PathAttributesDedupTable::instance(), contents);
+        Mel::PtrConst<RibOutPathAttributes> o = RibOutPathAttributes::dedupContent(
+            &RibOutPathAttributesDedupTable::instance(), contents);
+        in.emplace(i.get(), i);
+        out.emplace(o.get(), o);
+        if (!p.attributes) {
+            inKeys.insert("");
+            outKeys.insert("");
+            return;
+        }
+        inKeys.insert(independentKey(p, false));
+        outKeys.insert(independentKey(p, true));
+    }
+    template <class Map>
+    static std::string perTier(const Map& m) {
+        std::map<PathAttributeType, size_t> n;
+        for (const auto& [p, set] : m)
+            ++n[set->getType()];
+        std::string s;
+        for (auto [t, count] : n)
+            s += std::string(" ") + pathAttributeTypeName(t) + " " + std::to_string(count);
+        return s;
+    }
+};
+
+TEST(CensusRealData, DistinctSetsMatchACountFromTheDecodedValues) {
+    const char* files[] = {"bview.20020722.2337.gz", "updates.20160811.1600.gz"};
+    for (const char* name : files) {
+        CENSUS_NEED_SHARED(file, name);
+        SCOPED_TRACE(name);
+        DistinctRun run;
+        Census::FileResult r = Census::readMrtFile(file, run);
+        ASSERT_TRUE(r.ok) << r.error;
+        EXPECT_EQ(run.in.size(), run.inKeys.size());
+        EXPECT_EQ(run.out.size(), run.outKeys.size());
+        EXPECT_LT(run.out.size(), run.in.size()); // next hops alone split inbound sets
+        std::printf("%s: %llu paths built; distinct inbound sets %zu (%s ), outbound %zu (%s )\n",
+                    name, (unsigned long long)run.builder.counts().built, run.in.size(),
+                    DistinctRun::perTier(run.in).c_str(), run.out.size(),
+                    DistinctRun::perTier(run.out).c_str());
+        RecordProperty(std::string(name) + ".inbound", std::to_string(run.in.size()));
+        RecordProperty(std::string(name) + ".outbound", std::to_string(run.out.size()));
+    }
+}
+
+// ---- nothing left behind ----
+
+std::map<std::string, size_t> tableSizes() {
+    return {
+        {"PathAttributes", PathAttributesDedupTable::instance().size()},
+        {"RibOutPathAttributes", RibOutPathAttributesDedupTable::instance().size()},
+        {"AspathAttrCanonical", AspathAttrCanonicalDedupTable::instance().size()},
+        {"CommList", Routing::CommListDedupTable::instance().size()},
+        {"ExtCommList", Routing::ExtCommListDedupTable::instance().size()},
+        {"ExtCommIp6List", Routing::ExtCommIp6ListDedupTable::instance().size()},
+        {"LargeCommList", Routing::LargeCommListDedupTable::instance().size()},
+        {"Aggregator", AggregatorDedupTable::instance().size()},
+        {"ClusterList", ClusterListDedupTable::instance().size()},
+        {"GunkPathAttr", GunkPathAttrDedupTable::instance().size()},
+        {"GunkPathAttrList", GunkPathAttrListDedupTable::instance().size()},
+        {"AccumulatedIgpMetric", AccumulatedIgpMetricDedupTable::instance().size()},
+    };
+}
+
+std::map<std::string, int64_t> liveStoreObjects() {
+    std::map<std::string, int64_t> out;
+    for (const auto& s : MelStash::StoreManager::typeStats())
+        if (s.kind == MelStash::TypeStats::Kind::storeObject) out[s.name] += s.objects;
+    return out;
+}
+
+TEST(CensusRealData, DroppingEverySetLeavesTablesAndStoreAsTheyWere) {
+    CENSUS_NEED_SHARED(updates, "updates.20160811.1600.gz");
+    CENSUS_NEED_SHARED(rib, "bview.20020722.2337.gz");
+    const auto tablesBefore = tableSizes();
+    const auto storeBefore = liveStoreObjects();
+    {
+        DistinctRun run;
+        ASSERT_TRUE(Census::readMrtFile(updates, run).ok);
+        ASSERT_TRUE(Census::readMrtFile(rib, run).ok);
+        EXPECT_NE(tableSizes(), tablesBefore);
+        EXPECT_GT(run.builder.ipv4NexthopTable()->internTable().size(), 0u);
+        EXPECT_GT(run.builder.ipv6NexthopTable()->internTable().size(), 0u);
+        run.in.clear();
+        run.out.clear();
+        run.contents = PathAttributesContents();
+        EXPECT_EQ(run.builder.ipv4NexthopTable()->internTable().size(), 0u);
+        EXPECT_EQ(run.builder.ipv6NexthopTable()->internTable().size(), 0u);
+    }
+    EXPECT_EQ(tableSizes(), tablesBefore);
+    const auto storeAfter = liveStoreObjects();
+    for (const auto& [type, n] : storeAfter) {
+        auto it = storeBefore.find(type);
+        EXPECT_EQ(n, it == storeBefore.end() ? 0 : it->second) << type;
+    }
+}
+
+} // namespace

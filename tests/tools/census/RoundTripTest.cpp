@@ -1,0 +1,164 @@
+#include "census/RoundTrip.h"
+#include "census/ContentsBuilder.h"
+
+#include "ReceivedSection.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using Census::ContentsBuilder;
+using Census::PathSource;
+using Census::RoundTrip;
+using Census::RoundTripCounts;
+using Census::RoundTripReason;
+using census_test::Received;
+
+uint64_t explained(const RoundTripCounts& c, uint8_t type, RoundTripReason r) {
+    return c.byType[type].explained[size_t(r)];
+}
+
+// The set built from `built`, checked against what `received` carried.
+RoundTripCounts check(const Received& built, const Received& received) {
+    ContentsBuilder b;
+    Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(built.path());
+    EXPECT_TRUE(set);
+    RoundTrip rt;
+    if (set) rt.check(received.path(), *set);
+    return rt.counts();
+}
+RoundTripCounts check(const Received& r) {
+    return check(r, r);
+}
+
+TEST(RoundTrip, EachRuleExplainsItsDifferenceAndNothingElse) {
+    {
+        Received r("partial_and_extended_length");
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(explained(c, 2, RoundTripReason::ExtendedLength), 1u);
+        EXPECT_EQ(explained(c, 8, RoundTripReason::PartialBit), 1u);
+        EXPECT_EQ(c.byType[1].matched + c.byType[3].matched, 2u);
+        EXPECT_EQ(c.mismatched(), 0u);
+        EXPECT_EQ(c.explained(), 2u);
+    }
+    {
+        // The set writes the whole folded path in AS4_PATH and splits AS_PATH where the folding
+        // joined two parts; the aggregator pair comes back as it arrived.
+        Received r("as4_folding", 2);
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(explained(c, 2, RoundTripReason::As4Folding), 1u);
+        EXPECT_EQ(explained(c, 17, RoundTripReason::As4Folding), 1u);
+        EXPECT_EQ(c.byType[7].matched, 1u);
+        EXPECT_EQ(c.byType[18].matched, 1u);
+        EXPECT_EQ(c.mismatched(), 0u);
+    }
+    {
+        Received r("duplicate_med");
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(c.byType[4].matched, 1u);
+        EXPECT_EQ(explained(c, 4, RoundTripReason::Duplicate), 1u);
+        EXPECT_EQ(c.mismatched(), 0u);
+    }
+    {
+        // NEXT_HOP beside MP_REACH_NLRI, for the IPv6 prefix: the set holds the IPv6 next hop.
+        Received r("mp_reach_link_local", 4, PathSource::MpReach, Census::kAfiIpv6);
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(explained(c, 3, RoundTripReason::NextHopOfOtherFamily), 1u);
+        EXPECT_EQ(c.byType[14].matched + c.byType[14].mismatched, 0u); // not compared
+        EXPECT_EQ(c.mismatched(), 0u);
+    }
+    {
+        // The unknown transitive attribute goes on with Partial set.
+        Received r("every_common_type");
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(explained(c, 99, RoundTripReason::PartialBit), 1u);
+        EXPECT_EQ(c.explained(), 1u);
+        EXPECT_EQ(c.mismatched(), 0u);
+        EXPECT_EQ(c.matched(), 14u);
+    }
+    {
+        // ORIGIN with an unused low flag bit, NEXT_HOP with Partial.
+        std::vector<uint8_t> s = census_test::sections().at("duplicate_med");
+        s[0] = 0x41;  // ORIGIN
+        s[13] = 0x60; // NEXT_HOP
+        Received r(s, 4, PathSource::NlriField, Census::kAfiIpv4);
+        RoundTripCounts c = check(r);
+        EXPECT_EQ(explained(c, 1, RoundTripReason::UnusedFlagBits), 1u);
+        EXPECT_EQ(explained(c, 3, RoundTripReason::PartialBit), 1u);
+        EXPECT_EQ(c.mismatched(), 0u);
+    }
+}
+
+TEST(RoundTrip, DifferencesNoRuleExplainsAreMismatchesWithSamples) {
+    // A set built from one path checked against another: MED differs, and the second path lacks
+    // most of what the set writes.
+    Received common("every_common_type");
+    Received dup("duplicate_med");
+    RoundTripCounts c = check(common, dup);
+    EXPECT_EQ(c.byType[4].mismatched, 1u);
+    EXPECT_EQ(c.byType[8].mismatched, 1u); // written, never received
+    ASSERT_FALSE(c.samples.empty());
+    bool medSeen = false, commSeen = false;
+    for (const auto& s : c.samples) {
+        if (s.type == 4) {
+            medSeen = true;
+            EXPECT_EQ(s.received, "8004040000000"
+                                  "1");
+            EXPECT_EQ(s.written, "80040400000064");
+        }
+        if (s.type == 8) {
+            commSeen = true;
+            EXPECT_EQ(s.received, "");
+            EXPECT_EQ(s.written, "c00808fde80064ffff0006");
+        }
+    }
+    EXPECT_TRUE(medSeen && commSeen);
+
+    // An attribute that arrived well formed but was not written back is a mismatch too.
+    RoundTripCounts back = check(dup, common);
+    EXPECT_GT(back.byType[8].mismatched, 0u);
+}
+
+TEST(RoundTrip, PathsWithoutAttributesAreNotCompared) {
+    ContentsBuilder b;
+    Census::DecodedPath own;
+    own.source = PathSource::RibEntry;
+    Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(own);
+    ASSERT_TRUE(set);
+    RoundTrip rt;
+    rt.check(own, *set);
+    EXPECT_EQ(rt.counts().paths, 1u);
+    EXPECT_EQ(rt.counts().emptySections, 1u);
+    EXPECT_EQ(rt.counts().matched() + rt.counts().mismatched() + rt.counts().explained(), 0u);
+}
+
+TEST(RoundTrip, PerThreadCountsMergeAndSamplesStayCapped) {
+    Received common("every_common_type");
+    Received dup("duplicate_med");
+    RoundTrip total;
+    for (int i = 0; i < 10; ++i) {
+        ContentsBuilder b;
+        RoundTrip rt;
+        Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(common.path());
+        rt.check(dup.path(), *set);
+        rt.check(common.path(), *set);
+        total.merge(rt);
+    }
+    EXPECT_EQ(total.counts().paths, 20u);
+    EXPECT_EQ(total.counts().byType[4].mismatched, 10u);
+    EXPECT_EQ(total.counts().byType[4].matched, 10u);
+    EXPECT_EQ(total.counts().samples.size(), RoundTripCounts::kMaxSamples);
+}
+
+TEST(RoundTrip, CountsPrintOneLinePerTypeSeen) {
+    Received r("partial_and_extended_length");
+    EXPECT_EQ(check(r).toString(),
+              "type 1 ORIGIN: matched 1, mismatched 0, explained 0\n"
+              "type 2 AS_PATH: matched 0, mismatched 0, explained 1 (extended-length 1)\n"
+              "type 3 NEXT_HOP: matched 1, mismatched 0, explained 0\n"
+              "type 8 COMMUNITIES: matched 0, mismatched 0, explained 1 (partial-bit 1)\n");
+    EXPECT_EQ(Census::attributeTypeName(200), "type 200");
+    EXPECT_EQ(Census::attributeTypeName(32), "LARGE_COMMUNITY");
+}
+
+} // namespace
