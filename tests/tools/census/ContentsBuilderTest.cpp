@@ -157,8 +157,9 @@ TEST(ContentsBuilder, EveryRareTypeThroughItsWireDecoder) {
     EXPECT_EQ(vxlan->endpoint()->address(), addr("192.0.2.6"));
     EXPECT_EQ(vxlan->color()->color(), 100u);
     EXPECT_EQ(vxlan->unparsedSubTlvs(), 0u);
-    EXPECT_EQ(typeid(*c.tunnelEncap()->tunnelTlv(1)), typeid(TunnelEncapTlvUnparsed));
-    EXPECT_EQ(c.tunnelEncap()->tunnelTlv(1)->tunnelType(), 2);
+    const TunnelEncapTlvBase& second = *c.tunnelEncap()->tunnelTlv(1);
+    EXPECT_EQ(typeid(second), typeid(TunnelEncapTlvUnparsed));
+    EXPECT_EQ(second.tunnelType(), 2);
 
     ASSERT_TRUE(c.linkState());
     EXPECT_EQ(c.linkState()->toStrep(), "tlv 1026 len 4");
@@ -274,7 +275,8 @@ TEST(ContentsBuilder, ValuesTheObjectsCannotHoldAreKeptVerbatim) {
     PathAttributesContents c;
     ASSERT_TRUE(b.build(r.path(), c));
     ASSERT_TRUE(c.tunnelEncap());
-    EXPECT_EQ(typeid(*c.tunnelEncap()->tunnelTlv(0)), typeid(TunnelEncapTlvUnparsed));
+    const TunnelEncapTlvBase& only = *c.tunnelEncap()->tunnelTlv(0);
+    EXPECT_EQ(typeid(only), typeid(TunnelEncapTlvUnparsed));
     expectRoundTrip(b, r.path(), "vxlan_color_first");
 }
 
