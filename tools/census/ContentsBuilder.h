@@ -12,9 +12,15 @@
 //   MP_REACH_NLRI next hop for prefixes announced there (its link-local half into llNextHop). Next
 //   hops are interned in one table per prefix family (IPv4, IPv6), in the default VRF.
 // - A collector does not say whether a session is internal or external: aspType stays unknown.
-// - Types the library keeps no member for (and unknown types) become GunkPathAttrs, verbatim.
+// - Types the library keeps no member for (and unknown types) become GunkPathAttrs, verbatim. So
+//   does a well-formed value whose library object would not write back the bytes received (an
+//   unknown prefix SID TLV, PMSI label bits below the 20-bit label, ORIGINATOR_ID 0.0.0.0, ...):
+//   nothing received is lost.
+// - AS4_PATH and AS4_AGGREGATOR count as interned when folded into the path and aggregator, as
+//   discarded when RFC 6793 has them ignored (a 4-byte session, a stale AS4 pair).
 // - ATTR_SET: its inner attributes become an interned inner set (the same rules, 4-byte AS
-//   numbers, no next hop); an ATTR_SET inside an ATTR_SET is discarded.
+//   numbers, no next hop), interned in PathAttributesDedupTable::instance(); an ATTR_SET inside an
+//   ATTR_SET is discarded.
 #pragma once
 
 #include "census/MrtDecoder.h"
