@@ -1,0 +1,164 @@
+// Several census RIBs fed the same real paths at the same time, each on its own thread, interning
+// into and releasing from the shared tables: every RIB must end as one RIB fed alone does (the
+// same routes on the same sets, the same counts, the same distinct sets), the threads' RIBs must
+// share their set objects, and clearing them must leave the tables and the store as before.
+#include "census/Run.h"
+#include "reliability/InternSnapshot.h"
+#include "reliability/RealDumpsHelpers.h"
+
+#include "OrvBgp/PathAttributesSerializeStore.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <iostream>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace {
+
+using Table = Census::ContentsBuilder::NexthopTable;
+using namespace Routing::Bgp;
+
+constexpr unsigned kThreads = 4;
+
+struct Tables {
+    Mel::Ptr<Table> nh4{new Table(BgpVrfIdBase(0), Orvnet::AfiSafi::ipv4Unicast())};
+    Mel::Ptr<Table> nh6{new Table(BgpVrfIdBase(0), Orvnet::AfiSafi::ipv6Unicast())};
+};
+
+// What one RIB ends with.
+struct Outcome {
+    size_t routes = 0;
+    Census::RibCounts rib;
+    uint64_t announced = 0, withdrawn = 0, unusable = 0, setsInterned = 0, buildFailures = 0;
+    // Per route, the set's tier and its wire form (4-byte internal peer), sorted: the same
+    // multiset means the same sets on the same number of routes.
+    std::vector<std::string> inbound;
+    size_t distinctInbound = 0, distinctOutbound = 0;
+    std::vector<const void*> inboundObjects; // sorted, for comparing threads of one run
+
+    static Outcome of(const Census::MrtIngest& w) {
+        Outcome o;
+        o.routes = w.rib().size();
+        o.rib = w.rib().counts();
+        const auto& c = w.counts();
+        o.announced = c.announced;
+        o.withdrawn = c.withdrawn;
+        o.unusable = c.unusable;
+        o.setsInterned = c.setsInterned;
+        o.buildFailures = c.buildFailures;
+        std::vector<const void*> out;
+        w.rib().forEach([&](const PathAttributes& in, const RibOutPathAttributes* ribOut) {
+            AttrSetStringStore s;
+            in.serializeInternal(&s, true, true, true);
+            o.inbound.push_back(std::to_string(int(in.getType())) + ":" + s.bytes().toHex());
+            o.inboundObjects.push_back(&in);
+            out.push_back(ribOut);
+        });
+        std::sort(o.inbound.begin(), o.inbound.end());
+        std::sort(o.inboundObjects.begin(), o.inboundObjects.end());
+        std::sort(out.begin(), out.end());
+        auto distinct = [](std::vector<const void*> v) {
+            return size_t(std::unique(v.begin(), v.end()) - v.begin());
+        };
+        o.distinctInbound = distinct(o.inboundObjects);
+        o.distinctOutbound = distinct(out);
+        return o;
+    }
+};
+
+void expectSame(const Outcome& a, const Outcome& b) {
+    EXPECT_EQ(a.routes, b.routes);
+    EXPECT_EQ(a.rib.announcements, b.rib.announcements);
+    EXPECT_EQ(a.rib.added, b.rib.added);
+    EXPECT_EQ(a.rib.replaced, b.rib.replaced);
+    EXPECT_EQ(a.rib.unchanged, b.rib.unchanged);
+    EXPECT_EQ(a.rib.withdrawals, b.rib.withdrawals);
+    EXPECT_EQ(a.rib.removed, b.rib.removed);
+    EXPECT_EQ(a.announced, b.announced);
+    EXPECT_EQ(a.withdrawn, b.withdrawn);
+    EXPECT_EQ(a.unusable, b.unusable);
+    EXPECT_EQ(a.setsInterned, b.setsInterned);
+    EXPECT_EQ(a.buildFailures, b.buildFailures);
+    EXPECT_EQ(a.distinctInbound, b.distinctInbound);
+    EXPECT_EQ(a.distinctOutbound, b.distinctOutbound);
+    EXPECT_TRUE(a.inbound == b.inbound) << "the RIBs hold other sets";
+}
+
+TEST(RibStressConcurrent, ThreadsOnOverlappingRealPathsEndAsOneThreadDoes) {
+    const auto slices = OrvTest::realDumpSlices(4);
+    if (slices.empty()) GTEST_SKIP() << OrvTest::kNoDumps;
+    BgpMetricPrefDedupTable::instance();
+    const OrvTest::InternSnapshot before = OrvTest::InternSnapshot::take();
+
+    // One thread alone.
+    Outcome alone;
+    size_t setsAlone = 0, outSetsAlone = 0;
+    {
+        Tables t;
+        Census::MrtIngest w(t.nh4, t.nh6, false);
+        for (const auto& s : slices)
+            OrvTest::feed(s, w);
+        alone = Outcome::of(w);
+        const auto during = OrvTest::InternSnapshot::take();
+        setsAlone = during.tableSize("PathAttributesDedupTable");
+        outSetsAlone = during.tableSize("RibOutPathAttributesDedupTable");
+        w.clear();
+    }
+    ASSERT_GT(alone.routes, 1000u);
+    EXPECT_EQ(OrvTest::InternSnapshot::differences(before, OrvTest::InternSnapshot::take()), "");
+
+    // kThreads at once on the same paths, sharing the next-hop tables as the census does.
+    Tables t;
+    std::vector<std::unique_ptr<Census::MrtIngest>> workers;
+    for (unsigned i = 0; i < kThreads; ++i)
+        workers.push_back(std::make_unique<Census::MrtIngest>(t.nh4, t.nh6, false));
+    std::atomic<unsigned> ready{0};
+    std::vector<std::thread> threads;
+    const auto start = std::chrono::steady_clock::now();
+    for (unsigned i = 0; i < kThreads; ++i) {
+        threads.emplace_back([&, i] {
+            ready.fetch_add(1);
+            while (ready.load() < kThreads)
+                std::this_thread::yield();
+            for (const auto& s : slices)
+                OrvTest::feed(s, *workers[i]);
+        });
+    }
+    for (auto& th : threads)
+        th.join();
+    const double seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+
+    uint64_t paths = 0;
+    std::vector<Outcome> outcomes;
+    for (const auto& w : workers) {
+        outcomes.push_back(Outcome::of(*w));
+        paths += w->counts().announced + w->counts().withdrawn + w->counts().unusable;
+    }
+    for (unsigned i = 0; i < kThreads; ++i) {
+        SCOPED_TRACE("thread " + std::to_string(i));
+        expectSame(outcomes[i], alone);
+        EXPECT_EQ(outcomes[i].inboundObjects, outcomes[0].inboundObjects)
+            << "threads hold different objects for the same sets";
+    }
+    const auto during = OrvTest::InternSnapshot::take();
+    EXPECT_EQ(during.tableSize("PathAttributesDedupTable"), setsAlone);
+    EXPECT_EQ(during.tableSize("RibOutPathAttributesDedupTable"), outSetsAlone);
+
+    std::cout << "[ stress   ] " << kThreads << " threads, " << paths << " paths in " << seconds
+              << " s: " << uint64_t(double(paths) / seconds) << " paths/s\n";
+    ::testing::Test::RecordProperty("threads", int(kThreads));
+    ::testing::Test::RecordProperty("pathsPerSecond", int(double(paths) / seconds));
+
+    for (auto& w : workers)
+        w->clear();
+    workers.clear();
+    EXPECT_EQ(OrvTest::InternSnapshot::differences(before, OrvTest::InternSnapshot::take()), "");
+}
+
+} // namespace
