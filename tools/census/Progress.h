@@ -16,7 +16,7 @@ class Progress {
 public:
     // Inputs smaller than this (decompressed bytes, or paths for the synthetic table) finish
     // before a bar would help.
-    static constexpr uint64_t kLargeBytes = 8u << 20;
+    static constexpr uint64_t kLargeBytes = 4u << 20;
     static constexpr uint64_t kLargePaths = 200000;
 
     Progress(std::FILE* out, std::string what, uint64_t total);
