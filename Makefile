@@ -92,7 +92,8 @@ bench: deps
 	fi
 
 # Runs every fuzz_<stem> for FUZZ_SECONDS, growing fuzz/corpus-run/<stem> (seeded from
-# fuzz/corpus/<stem> when that exists); crashers land beside it as crash-*.
+# fuzz/corpus/<stem> and fuzz/regressions/<stem> when they exist); crashers land beside it as
+# crash-*. A crasher, once fixed, goes to fuzz/regressions/<stem>/: orv_tests replays it.
 fuzz: deps
 	$(call preset_build,fuzz)
 	$(call banner,fuzz)
@@ -100,9 +101,10 @@ fuzz: deps
 	for f in build/fuzz/fuzz_*; do \
 	    [ -x "$$f" ] || continue; found=1; stem="$${f##*/fuzz_}"; \
 	    run="fuzz/corpus-run/$$stem"; mkdir -p "$$run"; \
-	    seeds=""; [ -d "fuzz/corpus/$$stem" ] && seeds="fuzz/corpus/$$stem"; \
+	    seeds=""; for d in fuzz/corpus/$$stem fuzz/regressions/$$stem; do \
+	        [ -d "$$d" ] && seeds="$$seeds $$d"; done; \
 	    echo "== fuzz_$$stem for $(FUZZ_SECONDS) s"; \
-	    "$$f" -max_total_time=$(FUZZ_SECONDS) -print_final_stats=1 \
+	    "$$f" -max_total_time=$(FUZZ_SECONDS) -timeout=10 -print_final_stats=1 \
 	        -artifact_prefix="$$run/" "$$run" $$seeds; \
 	done; \
 	[ "$$found" = 1 ] || echo "no fuzz targets yet: fuzz/ has no sources"
