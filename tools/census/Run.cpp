@@ -9,6 +9,7 @@
 #include <deque>
 #include <mutex>
 #include <thread>
+#include <time.h>
 
 namespace Census {
 
@@ -16,6 +17,13 @@ using namespace Routing::Bgp;
 using Clock = std::chrono::steady_clock;
 
 namespace {
+
+// CPU time of the calling thread: what it costs whether or not a core was free for it.
+double threadCpuNow() {
+    timespec ts{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
+    return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
+}
 
 double since(Clock::time_point t0) {
     return std::chrono::duration<double>(Clock::now() - t0).count();
@@ -261,7 +269,9 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
     if (opts_.progress && cfg.paths >= Progress::kLargePaths)
         bar = std::make_unique<Progress>(opts_.progress, "synthetic table", cfg.paths);
     std::vector<uint64_t> done(opts_.threads, 0);
+    threadCpuSeconds_.assign(opts_.threads, 0.0);
     auto work = [&](unsigned t) {
+        const double cpu0 = threadCpuNow();
         Ingest& w = *workers_[t];
         PathAttributesContents last;
         InternedSets sets;
@@ -285,6 +295,7 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
                 if (t == 0 && bar) bar->update(n * opts_.threads, n * opts_.threads);
             });
         done[t] = w.counts().announced;
+        threadCpuSeconds_[t] = threadCpuNow() - cpu0;
     };
     std::vector<std::thread> threads;
     for (unsigned t = 1; t < opts_.threads; ++t)

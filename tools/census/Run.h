@@ -97,6 +97,9 @@ public:
     // library (building contents, interning, RIB updates), summed over threads.
     double seconds() const noexcept { return seconds_; }
     double internSeconds() const;
+    // CPU time of each generating thread in the last generate(): its longest is the run's wall
+    // time on a machine with a free core per thread.
+    const std::vector<double>& threadCpuSeconds() const noexcept { return threadCpuSeconds_; }
 
     // f(const PathAttributes&, const RibOutPathAttributes*) over every route of every thread.
     template <class F>
@@ -120,6 +123,7 @@ private:
     bool synthetic_ = false;
     SyntheticConfig syntheticConfig_;
     double seconds_ = 0;
+    std::vector<double> threadCpuSeconds_;
 };
 
 // Adds c into total, field by field.

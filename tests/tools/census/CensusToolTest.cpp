@@ -331,3 +331,16 @@ TEST(CensusToolConcurrent, TwoThreadsHoldTheSameRoutesAndSets) {
     EXPECT_EQ(one, two);
     EXPECT_GT(one[0], 0u);
 }
+
+TEST(CensusToolConcurrent, SyntheticTableOnTwoThreadsIsTheOneOfOneThread) {
+    auto figures = [](unsigned threads) {
+        CensusRun run(RunOptions{threads, false, nullptr});
+        run.generate({20000, 5, 11});
+        Report r = Report::gather(run);
+        std::vector<uint64_t> out{r.routes, r.inSets, r.outSets, r.ingest.setsInterned};
+        for (const Report::TierRow& t : r.inTiers)
+            out.push_back(t.sets);
+        return out;
+    };
+    EXPECT_EQ(figures(1), figures(2));
+}
