@@ -307,12 +307,10 @@ size_t ClusterList::clusterListMultiLoopCacheSize() const {
 
 void ClusterList::serialize(PathAttributesSerializeStoreMethodBase& store) const {
     TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: ClusterList::serialize()");
-    if (!originatorId_.isZero()) {
-        Serialize s;
-        SerializePathAttribute(s, BgpPathAttrType::originatorId_, pathAttrFlagOptional, 4);
-        s.addIpv4Addr(originatorId_);
-        store.store(BgpPathAttrType::originatorId_, s.span());
-    }
+    // The originator id goes to the store as its bare address; the store writes its header.
+    if (!originatorId_.isZero())
+        store.store(BgpPathAttrType::originatorId_,
+                    std::span<const uint8_t>(originatorId_.data(), 4));
     auto ids = clusterId();
     if (!ids.empty()) {
         Serialize s;

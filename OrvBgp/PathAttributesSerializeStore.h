@@ -12,23 +12,30 @@
 
 namespace Routing::Bgp {
 
-// The sink interface of the attribute-set serializer. `attribute` is the complete path attribute as
-// it goes on the wire: flags, type, 1- or 2-byte length, then the value. It is valid only during
-// the call; a sink that keeps it copies it.
+// The sink interface of the attribute-set serializer. Serializers call store(type, bytes); a sink
+// receives, through storeAttribute, the complete path attribute as it goes on the wire: flags,
+// type, 1- or 2-byte length, then the value, valid only during the call (a sink that keeps it
+// copies it). The one exception on the calling side is ORIGINATOR_ID, which the cluster list hands
+// over as its bare 4-byte address; store() wraps it (flags 0x80, type 9, length 4) before the sink
+// sees it.
 class PathAttributesSerializeStoreMethodBase {
 public:
     virtual ~PathAttributesSerializeStoreMethodBase() = default;
-    virtual void store(uint8_t attrType, std::span<const uint8_t> attribute) = 0;
-    void store(uint8_t attrType, const Mel::Bytes& attribute) { store(attrType, attribute.span()); }
+    void store(uint8_t attrType, std::span<const uint8_t> bytes);
+    void store(uint8_t attrType, const Mel::Bytes& bytes) { store(attrType, bytes.span()); }
+
+protected:
+    virtual void storeAttribute(uint8_t attrType, std::span<const uint8_t> attribute) = 0;
 };
 
 // Gathers the attributes it is given, back to back, in the order given. Asserts that each
 // attribute's header names the type it is stored under.
 class AttrSetStringStore : public PathAttributesSerializeStoreMethodBase {
 public:
-    using PathAttributesSerializeStoreMethodBase::store;
-    void store(uint8_t attrType, std::span<const uint8_t> attribute) override;
+protected:
+    void storeAttribute(uint8_t attrType, std::span<const uint8_t> attribute) override;
 
+public:
     const Mel::String& str() const noexcept { return out_; }
     Mel::Bytes bytes() const { return Mel::Bytes(out_.data(), out_.size()); }
     // The types stored, in order.

@@ -440,6 +440,16 @@ TEST(AttributeSetDeathTest, NeedsItsInnerSet) {
     EXPECT_DEATH(empty->serialize(), "originAttributes_");
 }
 
+TEST(PathAttributesSerializeStore, WrapsABareOriginatorId) {
+    AttrSetStringStore store;
+    const uint8_t address[] = {10, 0, 0, 1};
+    store.store(9, address);
+    EXPECT_EQ(store.bytes().toHex(), "8009040a000001");
+    const uint8_t whole[] = {0x80, 9, 4, 10, 0, 0, 2};
+    store.store(9, whole);
+    EXPECT_EQ(store.bytes().toHex(), "8009040a0000018009040a000002");
+}
+
 struct PathAttributesTraits {
     using Object = PathAttributesCommon;
     static C content(int i) {

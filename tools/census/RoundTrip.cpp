@@ -178,8 +178,7 @@ public:
         written.clear();
         std::memset(first.data(), 0xff, sizeof(first));
     }
-    using PathAttributesSerializeStoreMethodBase::store;
-    void store(uint8_t attrType, std::span<const uint8_t> attribute) override {
+    void storeAttribute(uint8_t attrType, std::span<const uint8_t> attribute) override {
         if (first[attrType] == 0xffff) first[attrType] = uint16_t(written.size());
         written.push_back({uint32_t(bytes.size()), uint32_t(attribute.size()), attrType});
         bytes.insert(bytes.end(), attribute.begin(), attribute.end());
