@@ -384,6 +384,37 @@ TEST(PathAttributesStats, CountsCreationsOnlyAndReportsSorted) {
         "TotalAllocated  TypeAllocated    Attributes not in all types with non-default value\n");
 }
 
+// Equal counts print in ascending key order; creations from several threads are all counted once.
+TEST(PathAttributesStatsConcurrent, CountsEveryCreationOnceAndOrdersTiesByKey) {
+    auto& stats = PathAttributesStats::instance();
+    stats.countDelAll();
+    Pool& p = pool();
+    std::vector<std::thread> threads;
+    std::vector<std::vector<Mel::PtrConst<PathAttributes>>> held(4);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&, t] {
+            for (uint32_t i = 0; i < 50; ++i) {
+                C weight;
+                weight.weightIs(RouteWeight(1000 + i));
+                held[size_t(t)].push_back(intern(weight));
+                C agg;
+                agg.tagIs(5000 + i);
+                agg.aggregatorIs(p.aggregators[0]);
+                held[size_t(t)].push_back(intern(agg));
+            }
+        });
+    for (auto& t : threads)
+        t.join();
+    EXPECT_EQ(stats.count(C::nonDefaulValueWeight), 50u);
+    EXPECT_EQ(stats.count(C::nonDefaulValueAggregator), 50u);
+    EXPECT_EQ(
+        stats.toStrep(),
+        "TotalAllocated  TypeAllocated    Attributes not in all types with non-default value\n"
+        "            50  withCommList     aggregator\n"
+        "            50  full             weight\n");
+    stats.countDelAll();
+}
+
 TEST(PathAttributesConcurrent, EqualContentsInternToOneObject) {
     Pool& p = pool();
     auto contentOf = [&](int i) {
