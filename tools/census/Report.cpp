@@ -542,7 +542,7 @@ void Report::writeJson(std::FILE* out) const {
 // ---- SVG --------------------------------------------------------------------------------------
 
 void Report::writeSvg(std::FILE* out) const {
-    constexpr int W = 900, left = 230, barMax = 520, rowH = 26;
+    constexpr int W = 1000, left = 230, barMax = 480, rowH = 26;
     static const char* colors[] = {"#4e79a7", "#f28e2b", "#e15759", "#76b7b2", "#59a14f",
                                    "#edc948", "#b07aa1", "#ff9da7", "#9c755f", "#bab0ac"};
     struct Bar {
