@@ -61,8 +61,12 @@ size_t PeerTable::memoryBytes() const noexcept {
 // ---- Rib ----------------------------------------------------------------------------------------
 
 size_t Rib::Hash::operator()(const Key4& k) const noexcept {
-    return mix((uint64_t(k.address) << 32 | k.pathId) ^
-               mix(uint64_t(k.peer) << 16 | uint64_t(k.length) << 8 | k.safi));
+    return mix(uint64_t(k.address) << 32 | uint64_t(k.peer) << 16 | uint64_t(k.length) << 8 |
+               k.safi);
+}
+
+size_t Rib::Hash::operator()(const Key4P& k) const noexcept {
+    return mix((*this)(k.key) ^ k.pathId);
 }
 
 size_t Rib::Hash::operator()(const Key6& k) const noexcept {
@@ -76,7 +80,7 @@ size_t Rib::Hash::operator()(const Key6& k) const noexcept {
 Rib::Key4 Rib::key4(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
     uint8_t b[4];
     maskInto(p, b, 4);
-    return Key4{readBe32(b), p.hasPathId ? p.pathId : 0, peer, p.length, safi};
+    return Key4{readBe32(b), peer, p.length, safi};
 }
 
 Rib::Key6 Rib::key6(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
@@ -106,40 +110,43 @@ void Rib::put(Map& m, const K& k, const InSet& in, const OutSet& out) {
     e.out = out.get();
 }
 
+template <class Self, class F>
+decltype(auto) Rib::locate(Self& self, uint16_t peer, const Prefix& p, uint8_t safi, F&& f) {
+    if (p.address.isV6()) return f(self.v6_, key6(peer, p, safi));
+    if (p.hasPathId && p.pathId) return f(self.v4p_, Key4P{key4(peer, p, safi), p.pathId});
+    return f(self.v4_, key4(peer, p, safi));
+}
+
 void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSet& in,
                    const OutSet& out) {
-    if (prefix.address.isV6())
-        put(v6_, key6(peer, prefix, safi), in, out);
-    else
-        put(v4_, key4(peer, prefix, safi), in, out);
+    locate(*this, peer, prefix, safi, [&](auto& m, const auto& k) { put(m, k, in, out); });
 }
 
 bool Rib::withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi) {
     ++counts_.withdrawals;
-    size_t n = prefix.address.isV6() ? v6_.erase(key6(peer, prefix, safi))
-                                     : v4_.erase(key4(peer, prefix, safi));
+    size_t n = locate(*this, peer, prefix, safi, [](auto& m, const auto& k) { return m.erase(k); });
     counts_.removed += n;
     return n != 0;
 }
 
 Rib::InSet Rib::find(uint16_t peer, const Prefix& prefix, uint8_t safi) const {
-    if (prefix.address.isV6()) {
-        auto it = v6_.find(key6(peer, prefix, safi));
-        return it == v6_.end() ? InSet() : InSet(it->second.in.get());
-    }
-    auto it = v4_.find(key4(peer, prefix, safi));
-    return it == v4_.end() ? InSet() : InSet(it->second.in.get());
+    return locate(*this, peer, prefix, safi, [](auto& m, const auto& k) {
+        auto it = m.find(k);
+        return it == m.end() ? InSet() : InSet(it->second.in.get());
+    });
 }
 
 void Rib::clear() {
     v4_.clear();
+    v4p_.clear();
     v6_.clear();
     v4_.rehash(0);
+    v4p_.rehash(0);
     v6_.rehash(0);
 }
 
 size_t Rib::memoryBytes() const noexcept {
-    return mapBytes(v4_) + mapBytes(v6_);
+    return mapBytes(v4_) + mapBytes(v4p_) + mapBytes(v6_);
 }
 
 } // namespace Census

@@ -3,7 +3,8 @@
 //   Census::Rib rib;  rib.announce(peer, prefix, kSafiUnicast, inSet, outSet);
 //   rib.withdraw(peer, prefix, kSafiUnicast);  rib.clear();   // every set released
 // The prefix is keyed with its host bits masked off (10.0.0.1/8 and 10.0.0.0/8 are one route, as
-// for a router); IPv4 and IPv6 routes live in two maps so that an IPv4 entry costs 20 bytes.
+// for a router). IPv4 routes without a path id (0 counts as none) live in a map of their own, so
+// that such an entry costs 16 bytes; add-path IPv4 routes and IPv6 routes have one map each.
 #pragma once
 
 #include "census/MrtDecoder.h"
@@ -76,7 +77,7 @@ public:
     // Releases every route.
     void clear();
 
-    size_t size() const noexcept { return v4_.size() + v6_.size(); }
+    size_t size() const noexcept { return v4_.size() + v4p_.size() + v6_.size(); }
     const RibCounts& counts() const noexcept { return counts_; }
     // Bytes of the RIB's own arrays (slots and their metadata), not the sets it references.
     size_t memoryBytes() const noexcept;
@@ -85,6 +86,8 @@ public:
     template <class F>
     void forEach(F&& f) const {
         for (auto& [k, e] : v4_)
+            f(*e.in.get(), e.out.get());
+        for (auto& [k, e] : v4p_)
             f(*e.in.get(), e.out.get());
         for (auto& [k, e] : v6_)
             f(*e.in.get(), e.out.get());
@@ -97,11 +100,15 @@ private:
     };
     struct Key4 {
         uint32_t address; // masked
-        uint32_t pathId;
         uint16_t peer;
         uint8_t length;
         uint8_t safi;
         bool operator==(const Key4&) const = default;
+    };
+    struct Key4P {
+        Key4 key;
+        uint32_t pathId;
+        bool operator==(const Key4P&) const = default;
     };
     struct Key6 {
         std::array<uint8_t, 16> address; // masked
@@ -113,14 +120,19 @@ private:
     };
     struct Hash {
         size_t operator()(const Key4& k) const noexcept;
+        size_t operator()(const Key4P& k) const noexcept;
         size_t operator()(const Key6& k) const noexcept;
     };
     static Key4 key4(uint16_t peer, const Prefix& p, uint8_t safi) noexcept;
     static Key6 key6(uint16_t peer, const Prefix& p, uint8_t safi) noexcept;
     template <class Map, class K>
     void put(Map& m, const K& k, const InSet& in, const OutSet& out);
+    // Calls f(map, key) with the map and key the route belongs in.
+    template <class Self, class F>
+    static decltype(auto) locate(Self& self, uint16_t peer, const Prefix& p, uint8_t safi, F&& f);
 
     Mel::HashMap<Key4, Entry, Hash> v4_;
+    Mel::HashMap<Key4P, Entry, Hash> v4p_;
     Mel::HashMap<Key6, Entry, Hash> v6_;
     RibCounts counts_;
 };

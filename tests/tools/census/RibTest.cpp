@@ -103,7 +103,11 @@ TEST(CensusRib, RoutesAreKeyedByPeerMaskedPrefixPathIdAndSafi) {
     in.announce(1, v4(0x0a0000ff, 8), kSafiUnicast, a);
     in.announce(1, v4(0x0a00ffff, 16), kSafiUnicast, a);
     in.announce(1, v6(0x77, 0x55, 32), kSafiUnicast, a);
+    // Path id 0 is the route without one.
+    in.announce(1, v4(0x0a000000, 8, 0, true), kSafiUnicast, a);
     EXPECT_EQ(in.rib().size(), 7u);
+    EXPECT_NE(in.rib().find(1, v4(0x0a000000, 8, 7, true), kSafiUnicast).get(), nullptr);
+    EXPECT_EQ(in.rib().find(1, v4(0x0a000000, 8, 8, true), kSafiUnicast).get(), nullptr);
     // A /0 and a /32 at the edges of the mask.
     in.announce(1, v4(0xffffffff, 0), kSafiUnicast, a);
     EXPECT_NE(in.rib().find(1, v4(0, 0), kSafiUnicast).get(), nullptr);
