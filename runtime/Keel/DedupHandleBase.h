@@ -51,8 +51,23 @@ public:
     // Content equality with a lookup record; the default is "Not implemented".
     virtual bool compareByContent(const DedupContentHandle& content) const;
 
-    void refInc() const noexcept;
-    void refDec() const noexcept;
+    // Fast paths inline; the rare cases (an object on its way out, the release that may leave only
+    // the table's hold) go out of line.
+    void refInc() const noexcept {
+        if (state_.load(std::memory_order_relaxed) >> 29 ==
+            uint32_t(DedupHandleState::beingDestroyed)) [[unlikely]]
+            refIncWhilstDetached();
+        refs_.fetch_add(1, std::memory_order_relaxed);
+    }
+    void refDec() const noexcept {
+        uint32_t c = refs_.load(std::memory_order_relaxed);
+        if (c > 2 &&
+            state_.load(std::memory_order_acquire) >> 29 == uint32_t(DedupHandleState::deduped) &&
+            refs_.compare_exchange_strong(c, c - 1, std::memory_order_acq_rel,
+                                          std::memory_order_relaxed)) [[likely]]
+            return;
+        refDecSlow();
+    }
     uint32_t refCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
 
     DedupHandleState dedupState() const noexcept {
@@ -79,6 +94,8 @@ protected:
 
 private:
     friend class DedupTableBase;
+    [[noreturn]] void refIncWhilstDetached() const noexcept;
+    void refDecSlow() const noexcept;
     void destroy() const noexcept;
     uint32_t tableIndex() const noexcept {
         return (state_.load(std::memory_order_relaxed) >> userDataBits) & 0xfff;

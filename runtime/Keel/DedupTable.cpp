@@ -285,14 +285,14 @@ bool DedupHandleBase::compareByContent(const DedupContentHandle&) const {
     throw Mel::NotImplementedException();
 }
 
-void DedupHandleBase::refInc() const noexcept {
+void DedupHandleBase::refIncWhilstDetached() const noexcept {
     // A lookup can never reach an object on its way out; anything else that does is a bug.
     ORV_ASSERT_TEXT(dedupState() != DedupHandleState::beingDestroyed,
                     "assertDedupHandleRefIncWhilstDetached");
-    refs_.fetch_add(1, std::memory_order_relaxed);
+    std::abort();
 }
 
-void DedupHandleBase::refDec() const noexcept {
+void DedupHandleBase::refDecSlow() const noexcept {
     uint32_t c = refs_.load(std::memory_order_relaxed);
     for (;;) {
         uint32_t st = state_.load(std::memory_order_acquire);
