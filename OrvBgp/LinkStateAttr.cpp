@@ -38,7 +38,7 @@ bool LinkStateAttrBase::compare(const Keel::DedupHandleBase* other) const {
 
 bool LinkStateAttrBase::compareByContent(const Keel::DedupContentHandle& content) const {
     auto& v = static_cast<const LinkStateAttrContent&>(content).value;
-    return v.size() == size_ && std::memcmp(v.data(), bytes_, size_) == 0;
+    return v.size() == size_ && (size_ == 0 || std::memcmp(v.data(), bytes_, size_) == 0);
 }
 
 void LinkStateAttrBase::serialize(Serialize& s) const {

@@ -55,7 +55,8 @@ public:
     }
     bool compareByContent(const Keel::DedupContentHandle& c) const override {
         auto& v = static_cast<const Content&>(c).values;
-        return v.size() == count_ && std::memcmp(v.data(), values_, count_ * sizeof(Elem)) == 0;
+        return v.size() == count_ &&
+               (count_ == 0 || std::memcmp(v.data(), values_, count_ * sizeof(Elem)) == 0);
     }
 
     class DedupTable : public Keel::DedupTable<Derived> {
@@ -103,7 +104,7 @@ public:
 protected:
     explicit CommunityListBase(const Content& c) : count_(static_cast<uint32_t>(c.values.size())) {
         hashIs(c.hash());
-        std::memcpy(values_, c.values.data(), c.values.size_bytes());
+        if (!c.values.empty()) std::memcpy(values_, c.values.data(), c.values.size_bytes());
     }
 
 private:
