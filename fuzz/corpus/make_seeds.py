@@ -9,7 +9,9 @@ MrtRecords: one seed per distinct combination of record kind and attribute type 
 AttributeRoundTrip: the attribute sections of the same records, after one context byte
             (bit 0: 4-byte AS numbers; bit 1: add-path NLRI).
 StringForms: one selector byte (the type, as in fuzz/StringForms.h), then the text.
-Seeds bigger than 4 KiB are left out; the whole corpus stays far below a megabyte.
+Seeds bigger than 4 KiB are left out. The committed corpora also hold what fuzzing runs found,
+merged down to the inputs that add coverage (fuzz_<target> -merge=1 -max_len=...); running this
+script again only adds the seeds.
 """
 import gzip
 import hashlib
