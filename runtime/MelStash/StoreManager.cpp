@@ -117,14 +117,22 @@ StoreManager& StoreManager::instance() noexcept {
 StoreManager::StoreManager() : impl_(new Impl) {
     size_t want = reserveSize();
     void* region = MAP_FAILED;
+    constexpr size_t hugePage = size_t(2) << 20;
     while (want >= (size_t(64) << 20)) {
-        region = mmap(nullptr, want, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
+        region = mmap(nullptr, want + hugePage, PROT_NONE,
+                      MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
         if (region != MAP_FAILED) break;
         want /= 2;
     }
     ORV_ASSERT(region != MAP_FAILED);
-    base_ = static_cast<char*>(region);
+    // Aligned to a huge page, and asked for huge pages: a store of millions of objects then costs
+    // one page fault and one TLB entry per 2 MiB rather than per 4 KiB. Resident memory grows by
+    // at most one huge page beyond what is committed and touched.
+    base_ = reinterpret_cast<char*>((uintptr_t(region) + hugePage - 1) & ~uintptr_t(hugePage - 1));
     reserved_ = want;
+#ifdef MADV_HUGEPAGE
+    madvise(base_, reserved_, MADV_HUGEPAGE);
+#endif
     size_t pages = want >> pageShift;
     void* table = mmap(nullptr, pages, PROT_READ | PROT_WRITE,
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);

@@ -13,7 +13,7 @@ IngestCounts& IngestCounts::operator+=(const IngestCounts& o) {
     unusable += o.unusable;
     setsInterned += o.setsInterned;
     buildFailures += o.buildFailures;
-    internNanos += o.internNanos;
+    internTicks += o.internTicks;
     return *this;
 }
 

@@ -19,24 +19,29 @@ uint16_t be16(const uint8_t* p) {
 } // namespace
 
 MrtReader::MrtReader(std::unique_ptr<InputFile> in, size_t bufferSize)
-    : in_(std::move(in)), buf_(std::max<size_t>(bufferSize, 64)) {}
+    : in_(std::move(in)), cap_(std::max<size_t>(bufferSize, 64)) {
+    buf_.reset(new uint8_t[cap_]);
+}
 
 size_t MrtReader::ensure(size_t want) {
     if (end_ - pos_ >= want) return end_ - pos_;
     if (pos_ > 0) {
-        std::memmove(buf_.data(), buf_.data() + pos_, end_ - pos_);
+        std::memmove(buf_.get(), buf_.get() + pos_, end_ - pos_);
         base_ += pos_;
         end_ -= pos_;
         pos_ = 0;
     }
     while (end_ < want && !eof_) {
-        if (end_ == buf_.size()) {
+        if (end_ == cap_) {
             // Grow only as far as bytes actually arrive: a corrupt length field costs at most
             // the size of the file, never its own claim.
-            buf_.resize(std::min<size_t>(std::max(buf_.size() * 2, size_t(64)),
-                                         std::max(want, buf_.size() + 1)));
+            size_t cap = std::min<size_t>(std::max(cap_ * 2, size_t(64)), std::max(want, cap_ + 1));
+            std::unique_ptr<uint8_t[]> grown(new uint8_t[cap]);
+            std::memcpy(grown.get(), buf_.get(), end_);
+            buf_ = std::move(grown);
+            cap_ = cap;
         }
-        size_t n = in_->read(buf_.data() + end_, buf_.size() - end_);
+        size_t n = in_->read(buf_.get() + end_, cap_ - end_);
         if (n == 0) eof_ = true;
         end_ += n;
     }
@@ -50,7 +55,7 @@ bool MrtReader::next(MrtRecord& rec) {
     if (have < kHeaderSize)
         throw ReadError(in_->name(), at,
                         "MRT header cut short: " + std::to_string(have) + " of 12 bytes present");
-    const uint8_t* h = buf_.data() + pos_;
+    const uint8_t* h = buf_.get() + pos_;
     rec.offset = at;
     rec.timestamp = be32(h);
     rec.type = be16(h + 4);
@@ -66,7 +71,7 @@ bool MrtReader::next(MrtRecord& rec) {
                             ", subtype " + std::to_string(rec.subtype) + ") says " +
                             std::to_string(length) + " bytes, " +
                             std::to_string(have - kHeaderSize) + " present");
-    const uint8_t* body = buf_.data() + pos_ + kHeaderSize;
+    const uint8_t* body = buf_.get() + pos_ + kHeaderSize;
     size_t bodyLen = length;
     if (rec.type == Mrt::kBgp4mpEt) {
         if (length < 4)

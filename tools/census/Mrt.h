@@ -63,7 +63,9 @@ struct MrtRecord {
 
 class MrtReader {
 public:
-    static constexpr size_t kDefaultBufferSize = 4 << 20;
+    // Small enough to stay in the second-level cache between the decompressor writing it and the
+    // decoder reading it.
+    static constexpr size_t kDefaultBufferSize = 256 << 10;
 
     // bufferSize is the starting size; the buffer grows for a record that does not fit.
     explicit MrtReader(std::unique_ptr<InputFile> in, size_t bufferSize = kDefaultBufferSize);
@@ -85,7 +87,8 @@ private:
     size_t ensure(size_t want);
 
     std::unique_ptr<InputFile> in_;
-    std::vector<uint8_t> buf_;
+    std::unique_ptr<uint8_t[]> buf_; // not zeroed: only bytes read into it are ever looked at
+    size_t cap_ = 0;
     size_t pos_ = 0;
     size_t end_ = 0;
     uint64_t base_ = 0; // file offset of buf_[0]

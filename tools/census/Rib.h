@@ -16,6 +16,8 @@
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
 
+#include <boost/unordered/unordered_flat_map.hpp>
+
 #include <array>
 #include <cstdint>
 #include <cstring>
@@ -58,6 +60,24 @@ struct RibCounts {
     uint64_t removed = 0;       // withdrawals of a route the RIB held
 };
 
+// Allocates the RIB's slot arrays. Arrays of a megabyte and more are mapped on their own and
+// asked for huge pages: a full table's RIB then costs a few page faults instead of one per 4 KiB
+// (each of them dear in a virtual machine), and its memory goes back to the system when freed.
+void* ribAllocate(size_t bytes);
+void ribDeallocate(void* p, size_t bytes) noexcept;
+template <class T>
+struct RibAllocator {
+    using value_type = T;
+    RibAllocator() = default;
+    template <class U>
+    RibAllocator(const RibAllocator<U>&) noexcept {}
+    T* allocate(size_t n) { return static_cast<T*>(ribAllocate(n * sizeof(T))); }
+    void deallocate(T* p, size_t n) noexcept { ribDeallocate(p, n * sizeof(T)); }
+    template <class U>
+    bool operator==(const RibAllocator<U>&) const noexcept {
+        return true;
+    }
+};
 class Rib {
 public:
     using InSet = Mel::PtrConst<Routing::Bgp::PathAttributes>;
@@ -131,9 +151,12 @@ private:
     template <class Self, class F>
     static decltype(auto) locate(Self& self, uint16_t peer, const Prefix& p, uint8_t safi, F&& f);
 
-    Mel::HashMap<Key4, Entry, Hash> v4_;
-    Mel::HashMap<Key4P, Entry, Hash> v4p_;
-    Mel::HashMap<Key6, Entry, Hash> v6_;
+    template <class K>
+    using SlotMap = boost::unordered_flat_map<K, Entry, Hash, std::equal_to<K>,
+                                          RibAllocator<std::pair<const K, Entry>>>;
+    SlotMap<Key4> v4_;
+    SlotMap<Key4P> v4p_;
+    SlotMap<Key6> v6_;
     RibCounts counts_;
 };
 

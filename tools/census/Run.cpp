@@ -14,7 +14,6 @@
 namespace Census {
 
 using namespace Routing::Bgp;
-using Clock = std::chrono::steady_clock;
 
 namespace {
 
@@ -23,10 +22,6 @@ double threadCpuNow() {
     timespec ts{};
     clock_gettime(CLOCK_THREAD_CPUTIME_ID, &ts);
     return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
-}
-
-double since(Clock::time_point t0) {
-    return std::chrono::duration<double>(Clock::now() - t0).count();
 }
 
 // Records copied out of the reader's buffer, handed to every decoding thread.
@@ -105,7 +100,7 @@ MrtIngest::~MrtIngest() = default;
 void MrtIngest::onPath(const DecodedPath& p) {
     const uint16_t peer = peers_.index(p.peer);
     if (threads_ > 1 && peer % threads_ != index_) return;
-    const Clock::time_point t0 = Clock::now();
+    const uint64_t t0 = ticksNow();
     if (p.withdrawal()) {
         withdraw(peer, p.prefix, p.safi);
     } else if (!p.usable()) {
@@ -166,10 +161,10 @@ void CensusRun::makeWorkers(bool mrt) {
 
 const FileOutcome& CensusRun::readFile(const std::string& path) {
     makeWorkers(true);
-    const Clock::time_point t0 = Clock::now();
+    tickRate_.start();
     FileOutcome r = opts_.threads > 1 ? readThreaded(path) : readSingle(path, *mrtWorkers_[0]);
     r.name = path;
-    r.seconds = since(t0);
+    r.seconds = tickRate_.stop();
     seconds_ += r.seconds;
     files_.push_back(std::move(r));
     return files_.back();
@@ -263,7 +258,7 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
     makeWorkers(false);
     synthetic_ = true;
     syntheticConfig_ = cfg;
-    const Clock::time_point t0 = Clock::now();
+    tickRate_.start();
     SyntheticTable table(cfg);
     std::unique_ptr<Progress> bar;
     if (opts_.progress && cfg.paths >= Progress::kLargePaths)
@@ -280,16 +275,14 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
         for (uint32_t peer = t; peer < table.peerCount(); peer += opts_.threads)
             table.generatePeer(peer, [&](uint16_t p, const Prefix& prefix,
                                          const PathAttributesContents& c) {
-                auto t1 = Clock::now();
+                const uint64_t t1 = ticksNow();
                 if (!have || !(c == last)) {
                     sets = w.intern(c);
                     last = c;
                     have = true;
                 }
                 w.announce(p, prefix, kSafiUnicast, sets);
-                w.counts().internNanos +=
-                    uint64_t(std::chrono::duration_cast<std::chrono::nanoseconds>(Clock::now() - t1)
-                                 .count());
+                w.counts().internTicks += ticksNow() - t1;
                 // The bar follows thread 0, scaled: the peers are split evenly.
                 ++n;
                 if (t == 0 && bar) bar->update(n * opts_.threads, n * opts_.threads);
@@ -308,7 +301,7 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
         total += d;
     if (bar) bar->finalIs(total, total);
     bar.reset();
-    seconds_ += since(t0);
+    seconds_ += tickRate_.stop();
 }
 
 DecodeCounts CensusRun::decodeCounts() const {
@@ -374,7 +367,7 @@ uint64_t CensusRun::ribBytes() const {
 }
 
 double CensusRun::internSeconds() const {
-    return double(ingestCounts().internNanos) * 1e-9;
+    return tickRate_.seconds(ingestCounts().internTicks);
 }
 
 void CensusRun::clear() {

@@ -123,6 +123,7 @@ private:
     bool synthetic_ = false;
     SyntheticConfig syntheticConfig_;
     double seconds_ = 0;
+    TickRate tickRate_;
     std::vector<double> threadCpuSeconds_;
 };
 
