@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <charconv>
+#include <cstdlib>
 #include <cstring>
 #include <memory>
 
@@ -214,7 +215,8 @@ std::optional<CliOptions> parseCensusArgs(int argc, const char* const* argv, std
     return o;
 }
 
-int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err) {
+int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err,
+               bool exitWhenDone) {
     std::string error;
     std::optional<CliOptions> parsed = parseCensusArgs(argc, argv, error);
     if (!parsed) {
@@ -253,6 +255,10 @@ int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err
     if (!o.svg.empty() && !writeFile(o.svg, err, [&](std::FILE* f) { report.writeSvg(f); }))
         status = 1;
     if (std::fflush(out) != 0) status = 1;
+    if (exitWhenDone) {
+        std::fflush(err);
+        std::_Exit(status);
+    }
     return status;
 }
 

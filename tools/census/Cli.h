@@ -30,6 +30,10 @@ struct CliOptions {
 // Parses argv[1..]; nullopt (with the reason in error) for a usage error.
 std::optional<CliOptions> parseCensusArgs(int argc, const char* const* argv, std::string& error);
 
-int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err);
+// With exitWhenDone, the process ends (std::_Exit, after flushing out and err) once the report is
+// written, without releasing the routes one by one first: the tool's main uses it, since the
+// system takes the memory back at once. In-process callers keep the default and get a return.
+int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err,
+               bool exitWhenDone = false);
 
 } // namespace Census

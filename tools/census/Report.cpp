@@ -1,5 +1,6 @@
 #include "census/Report.h"
 
+#include "MelStash/StoreManager.h"
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
 
@@ -190,24 +191,36 @@ Report Report::gather(const CensusRun& run) {
 
     // Sharing per tier, over the sets the RIB holds.
     constexpr size_t kTiers = 5;
-    std::array<uint64_t, kTiers> inRoutes{}, outRoutes{};
-    std::array<Mel::HashSet<const void*>, kTiers> inSets, outSets;
+    // A set is counted the first time a route is seen to hold it: one bit per 8 bytes of the
+    // store (every interned set lives there) marks the sets seen.
+    std::array<uint64_t, kTiers> inRoutes{}, outRoutes{}, inSets{}, outSets{};
+    std::vector<uint64_t> seen((MelStash::StoreManager::instance().committedBytes() >> 9) + 1);
+    Mel::HashSet<const void*> outside; // none, unless sets come to live elsewhere
+    auto firstSight = [&](const void* p) {
+        if (!MelStash::StoreManager::contains(p)) return outside.insert(p).second;
+        const uint32_t ref = MelStash::StoreManager::compress(p);
+        uint64_t& word = seen[ref >> 6];
+        const uint64_t bit = uint64_t(1) << (ref & 63);
+        const bool first = !(word & bit);
+        word |= bit;
+        return first;
+    };
     run.forEachRoute([&](const PathAttributes& in, const RibOutPathAttributes* out) {
         size_t t = std::min<size_t>(size_t(in.getType()), kTiers - 1);
         ++inRoutes[t];
-        inSets[t].insert(&in);
+        inSets[t] += firstSight(&in);
         if (out) {
             size_t o = std::min<size_t>(size_t(out->getType()), kTiers - 1);
             ++outRoutes[o];
-            outSets[o].insert(out);
+            outSets[o] += firstSight(out);
         }
     });
     for (size_t t = 0; t < kTiers; ++t) {
         const char* name = pathAttributeTypeName(PathAttributeType(t));
-        r.inTiers.push_back({name, inRoutes[t], inSets[t].size()});
-        r.outTiers.push_back({name, outRoutes[t], outSets[t].size()});
-        r.inSets += inSets[t].size();
-        r.outSets += outSets[t].size();
+        r.inTiers.push_back({name, inRoutes[t], inSets[t]});
+        r.outTiers.push_back({name, outRoutes[t], outSets[t]});
+        r.inSets += inSets[t];
+        r.outSets += outSets[t];
     }
 
     // Bytes per class and table, from the store's counters.

@@ -1,8 +1,5 @@
 #include "census/Rib.h"
 
-#include <new>
-#include <sys/mman.h>
-
 namespace Census {
 
 namespace {
@@ -36,41 +33,6 @@ size_t mapBytes(const Map& m) noexcept {
 }
 
 } // namespace
-
-// ---- RibAllocator -------------------------------------------------------------------------------
-
-namespace {
-constexpr size_t kHugePage = size_t(2) << 20;
-constexpr size_t kMapped = size_t(1) << 20;
-size_t mappedSize(size_t bytes) noexcept {
-    return (bytes + kHugePage - 1) & ~(kHugePage - 1);
-}
-} // namespace
-
-void* ribAllocate(size_t bytes) {
-    if (bytes < kMapped) return ::operator new(bytes);
-    const size_t size = mappedSize(bytes);
-    // Twice the size, so that a 2 MiB-aligned run of it can be kept and the rest returned.
-    void* raw = mmap(nullptr, size + kHugePage, PROT_READ | PROT_WRITE,
-                     MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (raw == MAP_FAILED) throw std::bad_alloc();
-    const uintptr_t start = uintptr_t(raw);
-    const uintptr_t aligned = (start + kHugePage - 1) & ~uintptr_t(kHugePage - 1);
-    if (aligned > start) munmap(raw, aligned - start);
-    if (const size_t tail = start + size + kHugePage - (aligned + size))
-        munmap(reinterpret_cast<void*>(aligned + size), tail);
-#ifdef MADV_HUGEPAGE
-    madvise(reinterpret_cast<void*>(aligned), size, MADV_HUGEPAGE);
-#endif
-    return reinterpret_cast<void*>(aligned);
-}
-
-void ribDeallocate(void* p, size_t bytes) noexcept {
-    if (bytes < kMapped)
-        ::operator delete(p);
-    else
-        munmap(p, mappedSize(bytes));
-}
 
 // ---- PeerTable ----------------------------------------------------------------------------------
 
@@ -134,18 +96,17 @@ Rib::Key6 Rib::key6(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
 template <class Map, class K>
 void Rib::put(Map& m, const K& k, const InSet& in, const OutSet& out) {
     ++counts_.announcements;
-    auto [it, inserted] = m.try_emplace(k);
-    Entry& e = it->second;
+    auto [e, inserted] = m.tryEmplace(k, Hash()(k));
     if (inserted)
         ++counts_.added;
-    else if (e.in.get() == in.get())
+    else if (e->in.get() == in.get())
         ++counts_.unchanged;
     else
         ++counts_.replaced;
     // Assigning releases the sets the route held before (and with them, when they were the last
     // holders, the objects leave their tables).
-    e.in = in.get();
-    e.out = out.get();
+    e->in = in.get();
+    e->out = out.get();
 }
 
 template <class Self, class F>
@@ -155,6 +116,10 @@ decltype(auto) Rib::locate(Self& self, uint16_t peer, const Prefix& p, uint8_t s
     return f(self.v4_, key4(peer, p, safi));
 }
 
+void Rib::prefetch(uint16_t peer, const Prefix& prefix, uint8_t safi) const noexcept {
+    locate(*this, peer, prefix, safi, [](const auto& m, const auto& k) { m.prefetch(Hash()(k)); });
+}
+
 void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSet& in,
                    const OutSet& out) {
     locate(*this, peer, prefix, safi, [&](auto& m, const auto& k) { put(m, k, in, out); });
@@ -162,15 +127,16 @@ void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSe
 
 bool Rib::withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi) {
     ++counts_.withdrawals;
-    size_t n = locate(*this, peer, prefix, safi, [](auto& m, const auto& k) { return m.erase(k); });
-    counts_.removed += n;
-    return n != 0;
+    bool found = locate(*this, peer, prefix, safi,
+                        [](auto& m, const auto& k) { return m.erase(k, Hash()(k)); });
+    counts_.removed += found;
+    return found;
 }
 
 Rib::InSet Rib::find(uint16_t peer, const Prefix& prefix, uint8_t safi) const {
     return locate(*this, peer, prefix, safi, [](auto& m, const auto& k) {
-        auto it = m.find(k);
-        return it == m.end() ? InSet() : InSet(it->second.in.get());
+        const Entry* e = m.find(k, Hash()(k));
+        return e ? InSet(e->in.get()) : InSet();
     });
 }
 
@@ -178,13 +144,10 @@ void Rib::clear() {
     v4_.clear();
     v4p_.clear();
     v6_.clear();
-    v4_.rehash(0);
-    v4p_.rehash(0);
-    v6_.rehash(0);
 }
 
 size_t Rib::memoryBytes() const noexcept {
-    return mapBytes(v4_) + mapBytes(v4p_) + mapBytes(v6_);
+    return v4_.memoryBytes() + v4p_.memoryBytes() + v6_.memoryBytes();
 }
 
 } // namespace Census

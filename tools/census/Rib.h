@@ -9,14 +9,13 @@
 
 #include "census/MrtDecoder.h"
 #include "census/Prefix.h"
+#include "census/RouteTable.h"
 
 #include "Mel/Ptr.h"
 #include "Mel/String.h"
 #include "MelStash/CompressedStashSmartPtr.h"
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
-
-#include <boost/unordered/unordered_flat_map.hpp>
 
 #include <array>
 #include <cstdint>
@@ -60,24 +59,6 @@ struct RibCounts {
     uint64_t removed = 0;       // withdrawals of a route the RIB held
 };
 
-// Allocates the RIB's slot arrays. Arrays of a megabyte and more are mapped on their own and
-// asked for huge pages: a full table's RIB then costs a few page faults instead of one per 4 KiB
-// (each of them dear in a virtual machine), and its memory goes back to the system when freed.
-void* ribAllocate(size_t bytes);
-void ribDeallocate(void* p, size_t bytes) noexcept;
-template <class T>
-struct RibAllocator {
-    using value_type = T;
-    RibAllocator() = default;
-    template <class U>
-    RibAllocator(const RibAllocator<U>&) noexcept {}
-    T* allocate(size_t n) { return static_cast<T*>(ribAllocate(n * sizeof(T))); }
-    void deallocate(T* p, size_t n) noexcept { ribDeallocate(p, n * sizeof(T)); }
-    template <class U>
-    bool operator==(const RibAllocator<U>&) const noexcept {
-        return true;
-    }
-};
 class Rib {
 public:
     using InSet = Mel::PtrConst<Routing::Bgp::PathAttributes>;
@@ -105,13 +86,15 @@ public:
     // f(const PathAttributes&, const RibOutPathAttributes*) for every route (outbound may be null).
     template <class F>
     void forEach(F&& f) const {
-        for (auto& [k, e] : v4_)
-            f(*e.in.get(), e.out.get());
-        for (auto& [k, e] : v4p_)
-            f(*e.in.get(), e.out.get());
-        for (auto& [k, e] : v6_)
-            f(*e.in.get(), e.out.get());
+        auto each = [&](const auto&, const Entry& e) { f(*e.in.get(), e.out.get()); };
+        v4_.forEach(each);
+        v4p_.forEach(each);
+        v6_.forEach(each);
     }
+
+    // Starts loading the route's slot into the cache; announce, withdraw or find of the same
+    // route a little later then finds it there.
+    void prefetch(uint16_t peer, const Prefix& prefix, uint8_t safi) const noexcept;
 
 private:
     struct Entry {
@@ -124,11 +107,13 @@ private:
         uint8_t length;
         uint8_t safi;
         bool operator==(const Key4&) const = default;
+        static constexpr Key4 empty() noexcept { return {0, 0, 0xff, 0}; }
     };
     struct Key4P {
         Key4 key;
         uint32_t pathId;
         bool operator==(const Key4P&) const = default;
+        static constexpr Key4P empty() noexcept { return {Key4::empty(), 0}; }
     };
     struct Key6 {
         std::array<uint8_t, 16> address; // masked
@@ -137,6 +122,7 @@ private:
         uint8_t length;
         uint8_t safi;
         bool operator==(const Key6&) const = default;
+        static constexpr Key6 empty() noexcept { return {{}, 0, 0, 0xff, 0}; }
     };
     struct Hash {
         size_t operator()(const Key4& k) const noexcept;
@@ -151,12 +137,10 @@ private:
     template <class Self, class F>
     static decltype(auto) locate(Self& self, uint16_t peer, const Prefix& p, uint8_t safi, F&& f);
 
-    template <class K>
-    using SlotMap = boost::unordered_flat_map<K, Entry, Hash, std::equal_to<K>,
-                                          RibAllocator<std::pair<const K, Entry>>>;
-    SlotMap<Key4> v4_;
-    SlotMap<Key4P> v4p_;
-    SlotMap<Key6> v6_;
+    // A prefix length of 0xff marks an empty slot: no route has one.
+    RouteTable<Key4, Entry, Hash> v4_;
+    RouteTable<Key4P, Entry, Hash> v4p_;
+    RouteTable<Key6, Entry, Hash> v6_;
     RibCounts counts_;
 };
 

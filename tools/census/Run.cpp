@@ -4,6 +4,7 @@
 
 #include "OrvBgp/BgpPathAttributes.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <deque>
@@ -101,6 +102,9 @@ void MrtIngest::onPath(const DecodedPath& p) {
     const uint16_t peer = peers_.index(p.peer);
     if (threads_ > 1 && peer % threads_ != index_) return;
     const uint64_t t0 = ticksNow();
+    // The route's RIB slot is most likely not in cache: start loading it now, and build and
+    // intern the path's attributes meanwhile.
+    rib_.prefetch(peer, p.prefix, p.safi);
     if (p.withdrawal()) {
         withdraw(peer, p.prefix, p.safi);
     } else if (!p.usable()) {
@@ -162,7 +166,7 @@ void CensusRun::makeWorkers(bool mrt) {
 const FileOutcome& CensusRun::readFile(const std::string& path) {
     makeWorkers(true);
     tickRate_.start();
-    FileOutcome r = opts_.threads > 1 ? readThreaded(path) : readSingle(path, *mrtWorkers_[0]);
+    FileOutcome r = readPipelined(path);
     r.name = path;
     r.seconds = tickRate_.stop();
     seconds_ += r.seconds;
@@ -170,40 +174,17 @@ const FileOutcome& CensusRun::readFile(const std::string& path) {
     return files_.back();
 }
 
-FileOutcome CensusRun::readSingle(const std::string& path, MrtIngest& w) {
-    FileOutcome r;
-    MrtDecoder decoder(w);
-    std::unique_ptr<Progress> bar;
-    uint64_t expected = Progress::expectedBytes(path);
-    if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
-        bar = std::make_unique<Progress>(opts_.progress, path, expected);
-    try {
-        MrtReader reader(InputFile::open(path));
-        MrtRecord rec;
-        while (reader.next(rec)) {
-            decoder.decode(rec);
-            if (bar) bar->update(reader.offset(), w.counts().announced);
-        }
-        r.bytes = reader.offset();
-    } catch (const ReadError& e) {
-        r.ok = false;
-        r.error = e.what();
-        r.bytes = e.offset();
-    }
-    if (bar) bar->finalIs(r.bytes, w.counts().announced);
-    r.counts = decoder.counts();
-    return r;
-}
-
-FileOutcome CensusRun::readThreaded(const std::string& path) {
+FileOutcome CensusRun::readPipelined(const std::string& path) {
     FileOutcome r;
     const unsigned n = opts_.threads;
     std::vector<BatchQueue> queues(n);
     std::vector<DecodeCounts> counts(n);
+    std::atomic<uint64_t> announced{0}; // thread 0's paths so far, for the bar
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < n; ++i)
         threads.emplace_back([&, i] {
-            MrtDecoder decoder(*mrtWorkers_[i]);
+            MrtIngest& w = *mrtWorkers_[i];
+            MrtDecoder decoder(w);
             MrtRecord rec;
             while (auto b = queues[i].pop()) {
                 for (const Batch::Rec& x : b->recs) {
@@ -211,6 +192,7 @@ FileOutcome CensusRun::readThreaded(const std::string& path) {
                     rec.body = std::span<const uint8_t>(b->bytes.data() + x.at, x.size);
                     decoder.decode(rec);
                 }
+                if (i == 0) announced.store(w.counts().announced, std::memory_order_relaxed);
             }
             counts[i] = decoder.counts();
         });
@@ -219,13 +201,38 @@ FileOutcome CensusRun::readThreaded(const std::string& path) {
     uint64_t expected = Progress::expectedBytes(path);
     if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
         bar = std::make_unique<Progress>(opts_.progress, path, expected);
-    constexpr size_t kBatchBytes = 1 << 20;
-    auto batch = std::make_shared<Batch>();
+    // Small enough that a batch is still in cache when a worker takes it up.
+    constexpr size_t kBatchBytes = 256 << 10;
+    // Batches go back to a pool when every worker is done with them: fresh ones would cost a page
+    // fault per 4 KiB each time.
+    std::mutex poolMutex;
+    std::vector<std::unique_ptr<Batch>> pool;
+    auto fresh = [&] {
+        std::unique_ptr<Batch> b;
+        {
+            std::lock_guard lock(poolMutex);
+            if (!pool.empty()) {
+                b = std::move(pool.back());
+                pool.pop_back();
+            }
+        }
+        if (!b) {
+            b = std::make_unique<Batch>();
+            b->bytes.reserve(kBatchBytes + 4096);
+        }
+        b->bytes.clear();
+        b->recs.clear();
+        return std::shared_ptr<Batch>(b.release(), [&](Batch* done) {
+            std::lock_guard lock(poolMutex);
+            pool.emplace_back(done);
+        });
+    };
+    auto batch = fresh();
     auto flush = [&] {
         std::shared_ptr<const Batch> b = std::move(batch);
         for (BatchQueue& q : queues)
             q.push(b);
-        batch = std::make_shared<Batch>();
+        batch = fresh();
     };
     try {
         MrtReader reader(InputFile::open(path));
@@ -236,7 +243,7 @@ FileOutcome CensusRun::readThreaded(const std::string& path) {
             batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
             batch->recs.push_back(x);
             if (batch->bytes.size() >= kBatchBytes) flush();
-            if (bar) bar->update(reader.offset(), mrtWorkers_[0]->counts().announced);
+            if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
         }
         r.bytes = reader.offset();
     } catch (const ReadError& e) {
@@ -244,6 +251,7 @@ FileOutcome CensusRun::readThreaded(const std::string& path) {
         r.error = e.what();
         r.bytes = e.offset();
     }
+    // What was read before an error is still decoded and kept.
     if (!batch->recs.empty()) flush();
     for (BatchQueue& q : queues)
         q.push(nullptr);
@@ -273,20 +281,20 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
         bool have = false;
         uint64_t n = 0; // this thread's paths; no shared counter on the hot path
         for (uint32_t peer = t; peer < table.peerCount(); peer += opts_.threads)
-            table.generatePeer(peer, [&](uint16_t p, const Prefix& prefix,
-                                         const PathAttributesContents& c) {
-                const uint64_t t1 = ticksNow();
-                if (!have || !(c == last)) {
-                    sets = w.intern(c);
-                    last = c;
-                    have = true;
-                }
-                w.announce(p, prefix, kSafiUnicast, sets);
-                w.counts().internTicks += ticksNow() - t1;
-                // The bar follows thread 0, scaled: the peers are split evenly.
-                ++n;
-                if (t == 0 && bar) bar->update(n * opts_.threads, n * opts_.threads);
-            });
+            table.generatePeer(
+                peer, [&](uint16_t p, const Prefix& prefix, const PathAttributesContents& c) {
+                    const uint64_t t1 = ticksNow();
+                    if (!have || !(c == last)) {
+                        sets = w.intern(c);
+                        last = c;
+                        have = true;
+                    }
+                    w.announce(p, prefix, kSafiUnicast, sets);
+                    w.counts().internTicks += ticksNow() - t1;
+                    // The bar follows thread 0, scaled: the peers are split evenly.
+                    ++n;
+                    if (t == 0 && bar) bar->update(n * opts_.threads, n * opts_.threads);
+                });
         done[t] = w.counts().announced;
         threadCpuSeconds_[t] = threadCpuNow() - cpu0;
     };

@@ -4,9 +4,10 @@
 //   Census::CensusRun run({.threads = 2});
 //   run.readFile("bview.20020722.2337.gz");   // or run.generate({.paths = 1000000, .peers = 20})
 //   Census::Report r = Census::Report::gather(run);  run.clear();
-// With N threads, paths are split by peer (peer number mod N). For MRT input every thread decodes
-// every record (decoding is the cheap part) and keeps the paths of its own peers; the decode
-// counts are one thread's. Round-trip checks run once per attribute set built (per UPDATE or RIB
+// With N threads, paths are split by peer (peer number mod N). For MRT input the calling thread
+// reads and decompresses while the N threads work, and every one of them decodes every record
+// (decoding is the cheap part) and keeps the paths of its own peers; the decode counts are one
+// thread's. Round-trip checks run once per attribute set built (per UPDATE or RIB
 // entry), as the set is interned.
 #pragma once
 
@@ -112,8 +113,9 @@ public:
 
 private:
     void makeWorkers(bool mrt);
-    FileOutcome readSingle(const std::string& path, MrtIngest& w);
-    FileOutcome readThreaded(const std::string& path);
+    // The calling thread reads and decompresses the file into batches of whole records; each
+    // interning thread decodes every batch and keeps the paths of its own peers.
+    FileOutcome readPipelined(const std::string& path);
 
     RunOptions opts_;
     std::vector<std::unique_ptr<Ingest>> workers_;

@@ -3,5 +3,5 @@
 #include "census/Cli.h"
 
 int main(int argc, char** argv) {
-    return Census::censusMain(argc, argv, stdout, stderr);
+    return Census::censusMain(argc, argv, stdout, stderr, /*exitWhenDone=*/true);
 }
