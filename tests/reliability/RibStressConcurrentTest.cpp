@@ -104,6 +104,7 @@ TEST(RibStressConcurrent, ThreadsOnOverlappingRealPathsEndAsOneThreadDoes) {
         for (const auto& s : slices)
             OrvTest::feed(s, w);
         alone = Outcome::of(w);
+        w.dropCaches();
         const auto during = OrvTest::InternSnapshot::take();
         setsAlone = during.tableSize("PathAttributesDedupTable");
         outSetsAlone = during.tableSize("RibOutPathAttributesDedupTable");
@@ -127,6 +128,7 @@ TEST(RibStressConcurrent, ThreadsOnOverlappingRealPathsEndAsOneThreadDoes) {
                 std::this_thread::yield();
             for (const auto& s : slices)
                 OrvTest::feed(s, *workers[i]);
+            workers[i]->dropCaches();
         });
     }
     for (auto& th : threads)

@@ -23,8 +23,20 @@ InternedSets Ingest::intern(const PathAttributesContents& c) {
     ++counts_.setsInterned;
     InternedSets s;
     s.in = PathAttributes::dedupContent(&PathAttributesDedupTable::instance(), c);
-    s.out = RibOutPathAttributes::dedupContent(&RibOutPathAttributesDedupTable::instance(), c);
+    InternedSets& cached =
+        outCache_[(uintptr_t(s.in.get()) >> 3) * 0x9e3779b97f4a7c15ULL >> 54 & (kOutCacheSize - 1)];
+    if (cached.in.get() != s.in.get()) {
+        cached.in = s.in;
+        cached.out =
+            RibOutPathAttributes::dedupContent(&RibOutPathAttributesDedupTable::instance(), c);
+    }
+    s.out = cached.out;
     return s;
+}
+
+void Ingest::dropCaches() {
+    for (size_t i = 0; i < kOutCacheSize; ++i)
+        outCache_[i] = InternedSets();
 }
 
 } // namespace Census

@@ -11,6 +11,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <memory>
 #if defined(__x86_64__) || defined(__i386__)
 #include <x86intrin.h>
 #endif
@@ -95,8 +96,16 @@ public:
     IngestCounts& counts() noexcept { return counts_; }
     const IngestCounts& counts() const noexcept { return counts_; }
 
-    // Releases every route (the sets leave their tables when nothing else holds them).
-    void clear() { rib_.clear(); }
+    // Releases the sets held on the side to save work on the next paths (the outbound sets of
+    // recent inbound sets, and in an MRT census the last set and the wire forms of recent sets),
+    // so that the tables and the store's counters hold what the RIB holds, no more.
+    virtual void dropCaches();
+    // Releases every route, and the sets held on the side (the sets leave their tables when
+    // nothing else holds them).
+    void clear() {
+        dropCaches();
+        rib_.clear();
+    }
 
 protected:
     void addTime(uint64_t sinceTicks) noexcept { counts_.internTicks += ticksNow() - sinceTicks; }
@@ -104,6 +113,13 @@ protected:
     Rib rib_;
     PeerTable peers_;
     IngestCounts counts_;
+
+private:
+    // The outbound set is a function of the inbound set it is built from: the pairs met last are
+    // kept (with a reference on both, so that an address cannot come back as another set), and
+    // a path whose inbound set is among them skips the outbound lookup.
+    static constexpr size_t kOutCacheSize = 1024;
+    std::unique_ptr<InternedSets[]> outCache_{new InternedSets[kOutCacheSize]};
 };
 
 } // namespace Census

@@ -89,6 +89,8 @@ public:
 
     const RoundTripCounts& counts() const noexcept { return counts_; }
     void countsReset() { counts_ = RoundTripCounts(); }
+    // Drops the wire forms kept of the sets checked last, and the references they hold.
+    void formsClear();
     // Adds another instance's counts (per-thread instances add up).
     void merge(const RoundTrip& o) { counts_.merge(o.counts_); }
 

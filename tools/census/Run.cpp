@@ -55,7 +55,7 @@ public:
     }
 
 private:
-    static constexpr size_t kDepth = 8;
+    static constexpr size_t kDepth = 4;
     std::mutex m_;
     std::condition_variable notEmpty_, notFull_;
     std::deque<std::shared_ptr<const Batch>> q_;
@@ -97,6 +97,13 @@ MrtIngest::MrtIngest(const Mel::Ptr<ContentsBuilder::NexthopTable>& ipv4,
       index_(index) {}
 
 MrtIngest::~MrtIngest() = default;
+
+void MrtIngest::dropCaches() {
+    Ingest::dropCaches();
+    sets_ = InternedSets();
+    cached_ = false;
+    roundTrip_.formsClear();
+}
 
 void MrtIngest::onPath(const DecodedPath& p) {
     const uint16_t peer = peers_.index(p.peer);
@@ -194,6 +201,7 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
                 }
                 if (i == 0) announced.store(w.counts().announced, std::memory_order_relaxed);
             }
+            w.dropCaches();
             counts[i] = decoder.counts();
         });
 
@@ -219,6 +227,7 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
         if (!b) {
             b = std::make_unique<Batch>();
             b->bytes.reserve(kBatchBytes + 4096);
+            b->recs.reserve(kBatchBytes / 32);
         }
         b->bytes.clear();
         b->recs.clear();
@@ -242,7 +251,8 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
             x.header.body = {};
             batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
             batch->recs.push_back(x);
-            if (batch->bytes.size() >= kBatchBytes) flush();
+            if (batch->bytes.size() >= kBatchBytes || batch->recs.size() == batch->recs.capacity())
+                flush();
             if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
         }
         r.bytes = reader.offset();
@@ -295,6 +305,7 @@ void CensusRun::generate(const SyntheticConfig& cfg) {
                     ++n;
                     if (t == 0 && bar) bar->update(n * opts_.threads, n * opts_.threads);
                 });
+        w.dropCaches();
         done[t] = w.counts().announced;
         threadCpuSeconds_[t] = threadCpuNow() - cpu0;
     };

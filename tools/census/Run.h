@@ -53,6 +53,8 @@ public:
     void onUpdate(const DecodedUpdate&) override { cached_ = false; }
     void onPath(const DecodedPath& p) override;
 
+    void dropCaches() override;
+
     const ContentsBuilder& builder() const noexcept { return builder_; }
     const RoundTrip& roundTrip() const noexcept { return roundTrip_; }
 

@@ -71,6 +71,9 @@ TEST(CensusRib, AnnouncementsReplaceAndWithdrawalsRelease) {
     in.announce(3, p, kSafiUnicast, b);
     EXPECT_EQ(in.rib().find(3, p, kSafiUnicast).get(), b.in.get());
     EXPECT_EQ(in.rib().size(), 1u);
+    // A second look-up of the same contents gives the same sets (the outbound one remembered).
+    EXPECT_EQ(in.intern(contents(2)).out.get(), b.out.get());
+    in.dropCaches();
     // The replaced set is held by this test only now; the RIB holds b's.
     EXPECT_EQ(a.in->refCount(), 2u); // ours and its table's
     EXPECT_EQ(b.in->refCount(), 3u);

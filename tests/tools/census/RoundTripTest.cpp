@@ -119,6 +119,28 @@ TEST(RoundTrip, DifferencesNoRuleExplainsAreMismatchesWithSamples) {
     EXPECT_GT(back.byType[8].mismatched, 0u);
 }
 
+// The same set met again keeps its wire form; that must not carry one path's verdict to another
+// path received differently, nor outlive the set once the forms are dropped.
+TEST(RoundTrip, ASetCheckedAgainstDifferentPathsIsJudgedOnEach) {
+    ContentsBuilder b;
+    Received common("every_common_type");
+    Received dup("duplicate_med");
+    Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(common.path());
+    ASSERT_TRUE(set);
+    const uint32_t refs = set->refCount();
+    RoundTrip rt;
+    rt.check(common.path(), *set);
+    EXPECT_EQ(rt.counts().mismatched(), 0u);
+    const uint64_t matched = rt.counts().matched();
+    rt.check(dup.path(), *set);
+    EXPECT_EQ(rt.counts().byType[4].mismatched, 1u);
+    rt.check(common.path(), *set);
+    EXPECT_EQ(rt.counts().byType[4].mismatched, 1u);
+    EXPECT_GE(rt.counts().matched(), 2 * matched);
+    rt.formsClear();
+    EXPECT_EQ(set->refCount(), refs);
+}
+
 TEST(RoundTrip, PathsWithoutAttributesAreNotCompared) {
     ContentsBuilder b;
     Census::DecodedPath own;
