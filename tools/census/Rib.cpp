@@ -45,8 +45,15 @@ size_t PeerTable::KeyHash::operator()(const Key& k) const noexcept {
 
 uint16_t PeerTable::index(const Peer& p) {
     Key k{p.address.bytes, p.as, p.address.family};
+    // Dumps and update streams give one peer's routes in runs.
+    if (haveLast_ && k == last_) return lastIndex_;
     auto it = byKey_.find(k);
-    if (it != byKey_.end()) return it->second;
+    if (it != byKey_.end()) {
+        last_ = k;
+        lastIndex_ = it->second;
+        haveLast_ = true;
+        return it->second;
+    }
     if (peers_.size() >= kMaxPeers) return uint16_t(kMaxPeers - 1);
     uint16_t i = uint16_t(peers_.size());
     byKey_.emplace(k, i);

@@ -48,6 +48,9 @@ private:
     };
     Mel::HashMap<Key, uint16_t, KeyHash> byKey_;
     std::vector<Peer> peers_;
+    Key last_{};
+    uint16_t lastIndex_ = 0;
+    bool haveLast_ = false;
 };
 
 struct RibCounts {
@@ -75,6 +78,8 @@ public:
     bool withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi);
     // The route's inbound set, or null.
     InSet find(uint16_t peer, const Prefix& prefix, uint8_t safi) const;
+    // Makes room for about n IPv4 routes without path ids (the bulk of any table) at once.
+    void reserve(size_t n) { v4_.reserve(n); }
     // Releases every route.
     void clear();
 

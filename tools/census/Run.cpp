@@ -186,14 +186,24 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
     const unsigned n = opts_.threads;
     std::vector<BatchQueue> queues(n);
     std::vector<DecodeCounts> counts(n);
-    std::atomic<uint64_t> announced{0}; // thread 0's paths so far, for the bar
+    std::atomic<uint64_t> announced{0};                      // thread 0's paths so far, for the bar
+    const uint64_t expected = Progress::expectedBytes(path); // 0 when unknown
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < n; ++i)
         threads.emplace_back([&, i] {
             MrtIngest& w = *mrtWorkers_[i];
             MrtDecoder decoder(w);
             MrtRecord rec;
+            bool sized = false;
             while (auto b = queues[i].pop()) {
+                // A RIB dump is mostly routes: sized from the file at its first RIB record, the
+                // RIB never has to grow while it loads (about 48 bytes of dump per route).
+                if (!sized && !b->recs.empty()) {
+                    const uint16_t type = b->recs.front().header.type;
+                    if (expected && (type == Mrt::kTableDump || type == Mrt::kTableDumpV2))
+                        w.rib().reserve(w.rib().size() + expected / 48 / n);
+                    sized = true;
+                }
                 for (const Batch::Rec& x : b->recs) {
                     rec = x.header;
                     rec.body = std::span<const uint8_t>(b->bytes.data() + x.at, x.size);
@@ -206,7 +216,6 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
         });
 
     std::unique_ptr<Progress> bar;
-    uint64_t expected = Progress::expectedBytes(path);
     if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
         bar = std::make_unique<Progress>(opts_.progress, path, expected);
     // Small enough that a batch is still in cache when a worker takes it up.
