@@ -103,7 +103,7 @@ Rib::Key6 Rib::key6(uint16_t peer, const Prefix& p, uint8_t safi) noexcept {
 template <class Map, class K>
 void Rib::put(Map& m, const K& k, const InSet& in, const OutSet& out) {
     ++counts_.announcements;
-    auto [e, inserted] = m.tryEmplace(k, Hash()(k));
+    auto [e, inserted] = m.tryEmplace(k);
     if (inserted)
         ++counts_.added;
     else if (e->in.get() == in.get())
@@ -124,7 +124,7 @@ decltype(auto) Rib::locate(Self& self, uint16_t peer, const Prefix& p, uint8_t s
 }
 
 void Rib::prefetch(uint16_t peer, const Prefix& prefix, uint8_t safi) const noexcept {
-    locate(*this, peer, prefix, safi, [](const auto& m, const auto& k) { m.prefetch(Hash()(k)); });
+    locate(*this, peer, prefix, safi, [](const auto& m, const auto& k) { m.prefetch(k); });
 }
 
 void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSet& in,
@@ -134,15 +134,15 @@ void Rib::announce(uint16_t peer, const Prefix& prefix, uint8_t safi, const InSe
 
 bool Rib::withdraw(uint16_t peer, const Prefix& prefix, uint8_t safi) {
     ++counts_.withdrawals;
-    bool found = locate(*this, peer, prefix, safi,
-                        [](auto& m, const auto& k) { return m.erase(k, Hash()(k)); });
+    bool found =
+        locate(*this, peer, prefix, safi, [](auto& m, const auto& k) { return m.erase(k); });
     counts_.removed += found;
     return found;
 }
 
 Rib::InSet Rib::find(uint16_t peer, const Prefix& prefix, uint8_t safi) const {
     return locate(*this, peer, prefix, safi, [](auto& m, const auto& k) {
-        const Entry* e = m.find(k, Hash()(k));
+        const Entry* e = m.find(k);
         return e ? InSet(e->in.get()) : InSet();
     });
 }

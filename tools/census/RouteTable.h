@@ -1,9 +1,9 @@
 // The census RIB's hash table: open addressing with linear probing and backward-shift deletion.
 // A key's slot and the slots it probes after share cache lines, and the caller can prefetch the
-// slot a key will land in from its hash well before the lookup (while the path's attributes are
-// still being interned), which is where a full table's RIB spends its time otherwise.
-//   RouteTable<Key, Value, Hash> t;  size_t h = Hash()(k);  t.prefetch(h);  ...
-//   auto [v, inserted] = t.tryEmplace(k, h);  t.find(k, h);  t.erase(k, h);
+// slot a key will land in well before the lookup (while the path's attributes are still being
+// interned), which is where a full table's RIB spends its time otherwise.
+//   RouteTable<Key, Value, Hash> t;  t.prefetch(k);  ...
+//   auto [v, inserted] = t.tryEmplace(k);  t.find(k);  t.erase(k);
 // Key must provide a static empty() that no stored key equals. The table keeps at most three
 // slots in four occupied.
 #pragma once
@@ -42,14 +42,14 @@ public:
         if (want > capacity()) grow(want);
     }
 
-    void prefetch(size_t h) const noexcept {
-        if (slots_) __builtin_prefetch(&slots_[h & mask_], 1);
+    void prefetch(const K& k) const noexcept {
+        if (slots_) __builtin_prefetch(&slots_[H()(k) & mask_], 1);
     }
 
     // The value of k, default-constructed and inserted when k was not there.
-    std::pair<V*, bool> tryEmplace(const K& k, size_t h) {
+    std::pair<V*, bool> tryEmplace(const K& k) {
         if ((size_ + 1) * 4 > capacity() * 3) grow(capacity() ? capacity() * 2 : 64);
-        for (size_t i = h & mask_;; i = (i + 1) & mask_) {
+        for (size_t i = H()(k) & mask_;; i = (i + 1) & mask_) {
             Slot& s = slots_[i];
             if (s.key == k) return {&s.value, false};
             if (s.key == K::empty()) {
@@ -60,21 +60,19 @@ public:
         }
     }
 
-    V* find(const K& k, size_t h) noexcept {
+    V* find(const K& k) noexcept {
         if (!slots_) return nullptr;
-        for (size_t i = h & mask_;; i = (i + 1) & mask_) {
+        for (size_t i = H()(k) & mask_;; i = (i + 1) & mask_) {
             Slot& s = slots_[i];
             if (s.key == k) return &s.value;
             if (s.key == K::empty()) return nullptr;
         }
     }
-    const V* find(const K& k, size_t h) const noexcept {
-        return const_cast<RouteTable*>(this)->find(k, h);
-    }
+    const V* find(const K& k) const noexcept { return const_cast<RouteTable*>(this)->find(k); }
 
-    bool erase(const K& k, size_t h) {
+    bool erase(const K& k) {
         if (!slots_) return false;
-        size_t i = h & mask_;
+        size_t i = H()(k) & mask_;
         for (;; i = (i + 1) & mask_) {
             if (slots_[i].key == k) break;
             if (slots_[i].key == K::empty()) return false;
