@@ -41,7 +41,11 @@ size_t MrtReader::ensure(size_t want) {
             buf_ = std::move(grown);
             cap_ = cap;
         }
-        size_t n = in_->read(buf_.get() + end_, cap_ - end_);
+        // The first reads are short, so the first record is out before a whole buffer has been
+        // decompressed; they double up to the buffer's size.
+        const size_t room = std::min(cap_ - end_, std::max(step_, want - end_));
+        step_ = std::min(step_ * 2, cap_);
+        size_t n = in_->read(buf_.get() + end_, room);
         if (n == 0) eof_ = true;
         end_ += n;
     }

@@ -89,6 +89,7 @@ private:
     std::unique_ptr<InputFile> in_;
     std::unique_ptr<uint8_t[]> buf_; // not zeroed: only bytes read into it are ever looked at
     size_t cap_ = 0;
+    size_t step_ = 16 << 10; // the next read's size, ramping up to cap_
     size_t pos_ = 0;
     size_t end_ = 0;
     uint64_t base_ = 0; // file offset of buf_[0]

@@ -89,12 +89,25 @@ public:
     size_t memoryBytes() const noexcept;
 
     // f(const PathAttributes&, const RibOutPathAttributes*) for every route (outbound may be null).
+    // The sets are scattered over the store: each route's are prefetched a few routes before f
+    // sees them.
     template <class F>
     void forEach(F&& f) const {
-        auto each = [&](const auto&, const Entry& e) { f(*e.in.get(), e.out.get()); };
+        constexpr size_t kAhead = 8;
+        const Entry* ring[kAhead];
+        size_t n = 0;
+        auto each = [&](const auto&, const Entry& e) {
+            __builtin_prefetch(e.in.get());
+            if (e.out.get()) __builtin_prefetch(e.out.get());
+            const Entry*& slot = ring[n++ % kAhead];
+            if (n > kAhead) f(*slot->in.get(), slot->out.get());
+            slot = &e;
+        };
         v4_.forEach(each);
         v4p_.forEach(each);
         v6_.forEach(each);
+        for (size_t i = n > kAhead ? n - kAhead : 0; i < n; ++i)
+            f(*ring[i % kAhead]->in.get(), ring[i % kAhead]->out.get());
     }
 
     // Starts loading the route's slot into the cache; announce, withdraw or find of the same

@@ -246,6 +246,8 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
         });
     };
     auto batch = fresh();
+    // The first batches are small, so the workers start while the reader is still warming up.
+    size_t batchBytes = 16 << 10;
     auto flush = [&] {
         std::shared_ptr<const Batch> b = std::move(batch);
         for (BatchQueue& q : queues)
@@ -260,8 +262,10 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
             x.header.body = {};
             batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
             batch->recs.push_back(x);
-            if (batch->bytes.size() >= kBatchBytes || batch->recs.size() == batch->recs.capacity())
+            if (batch->bytes.size() >= batchBytes || batch->recs.size() == batch->recs.capacity()) {
                 flush();
+                batchBytes = std::min(batchBytes * 2, kBatchBytes);
+            }
             if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
         }
         r.bytes = reader.offset();
