@@ -2,6 +2,7 @@
 
 #define ORV_UNIT "OrvBgp/BgpPathAttributes"
 #include "Keel/Assert.h"
+#include "Mel/Reflect.h"
 #include "OrvBgp/AspathAttrCanonicalSerializer.h"
 #include "OrvBgp/BgpPathAttrType.h"
 #include "OrvBgp/PathAttributesMembers.h"
@@ -186,6 +187,15 @@ PathAttributesFactory::dedupContent(const PathAttributesDedupTable* table) const
 
 Mel::PtrConst<PathAttributes> PathAttributesFactory::make() const {
     return FullPathAttributes::createMe(contents_);
+}
+
+std::string PathAttributesFactory::toStrep() const {
+    return Mel::valueToStrep(*this);
+}
+
+std::ostream& operator<<(std::ostream& os, const PathAttributesFactory& f) {
+    Mel::valueFormat(os, f);
+    return os;
 }
 
 Mel::PtrConst<PathAttributes> fullPathAttributesFactory(

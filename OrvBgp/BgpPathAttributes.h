@@ -57,6 +57,8 @@ struct PathAttributesView {
     bool atomicAggregate() const noexcept { return commonFlagsStorage >> 3 & 1; }
     bool medSpecified() const noexcept { return commonFlagsStorage >> 6 & 1; }
     bool localPrefSpecified() const noexcept { return commonFlagsStorage >> 7 & 1; }
+
+    bool operator==(const PathAttributesView&) const noexcept = default;
 };
 
 // What inbound and outbound sets both answer: the interning operations, the set's own operations
@@ -197,12 +199,20 @@ public:
     bool operator==(const PathAttributesFactory& o) const noexcept {
         return contents_ == o.contents_;
     }
+    bool operator<(const PathAttributesFactory& o) const noexcept {
+        return contents_ < o.contents_;
+    }
     explicit operator bool() const noexcept { return bool(contents_); }
-    std::string toStrep() const { return valueToStrep(contents_); }
+    // Value('Routing::Bgp::PathAttributesFactory', ** {'contents': Value(...)}).
+    std::string toStrep() const;
 
 private:
     PathAttributesContents contents_;
+
+public:
+    MEL_VALUE_TYPE(PathAttributesFactory, "Routing::Bgp::PathAttributesFactory", (contents_))
 };
+std::ostream& operator<<(std::ostream& os, const PathAttributesFactory& f);
 
 // A FullPathAttributes from the twenty-six member values, in the member order of the contents; not
 // interned.

@@ -37,6 +37,7 @@ inline const void* addr(const Stashed<T>& p) noexcept {
 template <class Root>
 class CommonTier : public Root {
 public:
+    using RootType = Root;
     static constexpr PathAttributeType tierType = PathAttributeType::base;
 
     Routing::RouteTag tagGet() const noexcept override { return tag_; }
@@ -115,8 +116,11 @@ protected:
         c.nextHopIs(nextHop_.ptr());
         c.aspathAttrIs(aspathAttr_.ptr());
         c.clusterListIs(clusterList_.ptr());
-        c.commonFlagsStorageIs(commonFlagsStorage_);
         c.preferenceIs(preference_);
+    }
+    // Last of all, after the community list's setter has run: the flags exactly as stored.
+    void fillFlags(PathAttributesContents& c, uint16_t) const {
+        c.commonFlagsStorageIs(commonFlagsStorage_);
     }
 
     Routing::RouteTag tag_;
@@ -443,16 +447,27 @@ public:
         Chain::feedHash(m);
         return m.result();
     }
+    // Equal to any set of the same family and tier with the same members: a live tier and its
+    // read-back twin are different classes with one answer.
     bool compare(const Keel::DedupHandleBase* other) const override {
-        auto* o = dynamic_cast<const Sealed*>(other);
-        return o && o->getType() == Chain::tierType && Chain::sameMembers(*o);
+        auto* o = dynamic_cast<const typename Chain::RootType*>(other);
+        if (!o || o->getType() != Chain::tierType) return false;
+        if (auto* same = dynamic_cast<const Sealed*>(other)) return Chain::sameMembers(*same);
+        PathAttributesView mine, theirs;
+        Chain::fillView(mine);
+        o->viewGet(theirs);
+        return mine == theirs;
     }
     bool compareByContent(const Keel::DedupContentHandle& content) const override {
         auto& c = static_cast<const PathAttributesContents&>(content);
         return Chain::tierFor(c.dataMemberHasNonDefaultValue()) == Chain::tierType &&
                Chain::sameContents(c);
     }
-    void getFullContent(PathAttributesContents& c) const override { Chain::fill(c); }
+    void getFullContent(PathAttributesContents& c) const override {
+        uint16_t before = c.commonFlagsStorage();
+        Chain::fill(c);
+        Chain::fillFlags(c, before);
+    }
     void viewGet(PathAttributesView& v) const noexcept override { Chain::fillView(v); }
     void serializeInternal(PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
                            bool internalPeer, bool writeNextHop) const override {

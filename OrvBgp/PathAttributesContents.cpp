@@ -3,12 +3,15 @@
 #define ORV_UNIT "OrvBgp/PathAttributesContents"
 #include "Keel/Assert.h"
 #include "Mel/Exception.h"
+#include "Mel/Reflect.h"
 #include "Mel/ValueParser.h"
+#include "OrvBgp/AspathAttrCanonicalStasher.h"
 #include "OrvBgp/PathAttributesMembers.h"
 
 #include <ostream>
 #include <sstream>
 #include <tuple>
+#include <utility>
 
 namespace Routing::Bgp {
 
@@ -49,10 +52,45 @@ PathAttributeType PathAttributesContents::pathAttributeType() const noexcept {
 
 PathAttributesContents::PathAttributesContents() noexcept = default;
 PathAttributesContents::PathAttributesContents(const PathAttributesContents&) = default;
-PathAttributesContents::PathAttributesContents(PathAttributesContents&&) noexcept = default;
+PathAttributesContents::PathAttributesContents(PathAttributesContents&& o) noexcept
+    : PathAttributesContents() {
+    *this = std::move(o);
+}
 PathAttributesContents& PathAttributesContents::operator=(const PathAttributesContents&) = default;
-PathAttributesContents&
-PathAttributesContents::operator=(PathAttributesContents&&) noexcept = default;
+// Member by member, so that the source is left a default record: a defaulted move would null its
+// pointers but keep their bits.
+PathAttributesContents& PathAttributesContents::operator=(PathAttributesContents&& o) noexcept {
+    if (this == &o) return *this;
+    DedupContentHandle::operator=(std::move(o));
+    tag_ = std::exchange(o.tag_, 0);
+    medStorage_ = std::exchange(o.medStorage_, 0);
+    localPrefStorage_ = std::exchange(o.localPrefStorage_, 0);
+    nextHop_ = std::move(o.nextHop_);
+    aspathAttr_ = std::move(o.aspathAttr_);
+    clusterList_ = std::move(o.clusterList_);
+    commonFlagsStorage_ = std::exchange(o.commonFlagsStorage_, 0);
+    preference_ = std::exchange(o.preference_, 1);
+    uncommonFlagsStorage_ = std::exchange(o.uncommonFlagsStorage_, 0);
+    weight_ = std::exchange(o.weight_, 0);
+    bpAsPathWeight_ = std::exchange(o.bpAsPathWeight_, 0);
+    igpOrRedistMetricStorage_ = std::exchange(o.igpOrRedistMetricStorage_, 0);
+    llNextHop_ = std::move(o.llNextHop_);
+    aggregator_ = std::move(o.aggregator_);
+    commList_ = std::move(o.commList_);
+    extCommList_ = std::move(o.extCommList_);
+    extCommIp6List_ = std::move(o.extCommIp6List_);
+    largeCommList_ = std::move(o.largeCommList_);
+    pmsiTunnel_ = std::move(o.pmsiTunnel_);
+    prefixSid_ = std::move(o.prefixSid_);
+    tunnelEncap_ = std::move(o.tunnelEncap_);
+    domainPath_ = std::move(o.domainPath_);
+    aigpMetric_ = std::move(o.aigpMetric_);
+    linkState_ = std::move(o.linkState_);
+    customerAttributeSet_ = std::move(o.customerAttributeSet_);
+    gunkPathAttrList_ = std::exchange(o.gunkPathAttrList_, nullptr);
+    dataMemberHasNonDefaultValue_ = std::exchange(o.dataMemberHasNonDefaultValue_, 0);
+    return *this;
+}
 PathAttributesContents::~PathAttributesContents() = default;
 
 template <class T>
@@ -148,6 +186,7 @@ void PathAttributesContents::aggregatorIs(const Mel::PtrConst<Aggregator>& v) & 
     pointerIs(aggregator_, v, nonDefaulValueAggregator);
 }
 void PathAttributesContents::commListIs(const Mel::PtrConst<CommList>& v) & {
+    if (commList_.get() == v.get()) return;
     pointerIs(commList_, v, nonDefaulValueCommList);
     if (v) {
         flagBitsIs(8, 1, v->comm(CommList::llgrStale));
@@ -172,6 +211,7 @@ void PathAttributesContents::prefixSidIs(const Mel::PtrConst<PrefixSid>& v) & {
     pointerIs(prefixSid_, v, nonDefaulValuePrefixSid);
 }
 void PathAttributesContents::tunnelEncapIs(const Mel::PtrConst<TunnelEncap>& v) & {
+    ORV_ASSERT(!v || v->everDeduped());
     pointerIs(tunnelEncap_, v, nonDefaulValueTunnelEncap);
 }
 void PathAttributesContents::domainPathIs(const Mel::PtrConst<DomainPath>& v) & {
@@ -255,158 +295,65 @@ std::string PathAttributesContents::dataMemberHasNonDefaultValueToStrep(uint32_t
 
 // ---- text form ----
 
-namespace {
-
-template <class T>
-void formatSub(std::ostream& os, const T* p) {
+template <PathAttributesSubAttribute T>
+void subAttributeFormat(std::ostream& os, const T* p) {
     if (!p) {
         os << "None";
         return;
     }
     std::string text;
-    if constexpr (requires { p->toStrep(); })
+    if constexpr (std::is_same_v<T, AspathAttrCanonical>) {
+        // An AS path has no text of its own: it prints through its stasher, as show output does.
+        text = AspathAttrCanonicalStasher::stashStrep(p, &MelStash::StoreManager::instance());
+    } else if constexpr (requires { p->toStrep(); }) {
         text = p->toStrep();
-    else if constexpr (requires(std::ostream & s) { s << *p; }) {
+    } else {
         std::ostringstream ss;
         ss << *p;
         text = ss.str();
-    } else
-        text = "<object>";
+    }
     Mel::formatQuoted(os, text);
 }
 
-const char* const fieldNames[] = {"tag",
-                                  "medStorage",
-                                  "localPrefStorage",
-                                  "nextHop",
-                                  "aspathAttr",
-                                  "clusterList",
-                                  "commonFlagsStorage",
-                                  "preference",
-                                  "uncommonFlagsStorage",
-                                  "weight",
-                                  "bpAsPathWeight",
-                                  "igpOrRedistMetricStorage",
-                                  "llNextHop",
-                                  "aggregator",
-                                  "commList",
-                                  "extCommList",
-                                  "extCommIp6List",
-                                  "largeCommList",
-                                  "pmsiTunnel",
-                                  "prefixSid",
-                                  "tunnelEncap",
-                                  "domainPath",
-                                  "aigpMetric",
-                                  "linkState",
-                                  "customerAttributeSet",
-                                  "gunkPathAttrList",
-                                  "dataMemberHasNonDefaultValue"};
+#define ORV_SUB_ATTRIBUTE_FORMAT(T) template void subAttributeFormat<T>(std::ostream&, const T*);
+ORV_SUB_ATTRIBUTE_FORMAT(GenNexthop)
+ORV_SUB_ATTRIBUTE_FORMAT(AspathAttrCanonical)
+ORV_SUB_ATTRIBUTE_FORMAT(ClusterList)
+ORV_SUB_ATTRIBUTE_FORMAT(Aggregator)
+ORV_SUB_ATTRIBUTE_FORMAT(PmsiTunnel)
+ORV_SUB_ATTRIBUTE_FORMAT(PrefixSid)
+ORV_SUB_ATTRIBUTE_FORMAT(TunnelEncap)
+ORV_SUB_ATTRIBUTE_FORMAT(DomainPath)
+ORV_SUB_ATTRIBUTE_FORMAT(AccumulatedIgpMetric)
+ORV_SUB_ATTRIBUTE_FORMAT(LinkStateAttrBase)
+ORV_SUB_ATTRIBUTE_FORMAT(AttributeSet)
+ORV_SUB_ATTRIBUTE_FORMAT(GunkPathAttrList)
+ORV_SUB_ATTRIBUTE_FORMAT(CommList)
+ORV_SUB_ATTRIBUTE_FORMAT(ExtCommList)
+ORV_SUB_ATTRIBUTE_FORMAT(ExtCommIp6List)
+ORV_SUB_ATTRIBUTE_FORMAT(LargeCommList)
+#undef ORV_SUB_ATTRIBUTE_FORMAT
 
-} // namespace
+void subAttributeParseNone(Mel::ValueParser& p) {
+    p.skipBlanks();
+    size_t at = p.offset();
+    if (p.consume("None")) return;
+    throw Mel::NotSupportedException(
+        "Not supported: at offset " + std::to_string(at) +
+        ": an interned sub-attribute cannot be rebuilt from its text; only None reads back");
+}
 
 std::string valueToStrep(const PathAttributesContents& c) {
-    std::ostringstream os;
-    os << "Value('Routing::Bgp::PathAttributesContents', ** {";
-    unsigned i = 0;
-    auto name = [&] {
-        os << (i ? ", '" : "'") << fieldNames[i] << "': ";
-        ++i;
-    };
-    name(), os << c.tag_;
-    name(), os << c.medStorage_;
-    name(), os << c.localPrefStorage_;
-    name(), formatSub(os, c.nextHop_.get());
-    name(), formatSub(os, c.aspathAttr_.get());
-    name(), formatSub(os, c.clusterList_.get());
-    name(), os << c.commonFlagsStorage_;
-    name(), os << unsigned(c.preference_);
-    name(), os << unsigned(c.uncommonFlagsStorage_);
-    name(), os << c.weight_;
-    name(), os << c.bpAsPathWeight_;
-    name(), os << c.igpOrRedistMetricStorage_;
-    name(), formatSub(os, c.llNextHop_.get());
-    name(), formatSub(os, c.aggregator_.get());
-    name(), formatSub(os, c.commList_.get());
-    name(), formatSub(os, c.extCommList_.get());
-    name(), formatSub(os, c.extCommIp6List_.get());
-    name(), formatSub(os, c.largeCommList_.get());
-    name(), formatSub(os, c.pmsiTunnel_.get());
-    name(), formatSub(os, c.prefixSid_.get());
-    name(), formatSub(os, c.tunnelEncap_.get());
-    name(), formatSub(os, c.domainPath_.get());
-    name(), formatSub(os, c.aigpMetric_.get());
-    name(), formatSub(os, c.linkState_.get());
-    name(), formatSub(os, c.customerAttributeSet_.get());
-    name(), formatSub(os, c.gunkPathAttrList_.get());
-    name(), os << c.dataMemberHasNonDefaultValue_;
-    os << "})";
-    return os.str();
+    return Mel::valueToStrep(c);
 }
 
 std::ostream& operator<<(std::ostream& os, const PathAttributesContents& c) {
-    return os << valueToStrep(c);
+    Mel::valueFormat(os, c);
+    return os;
 }
 
 PathAttributesContents::PathAttributesContents(std::string_view text) {
-    Mel::ValueParser p(text);
-    p.valueBegin("Routing::Bgp::PathAttributesContents");
-    std::string field;
-    size_t at = 0;
-    uint32_t storedMask = 0;
-    bool maskGiven = false;
-    for (bool first = true; p.fieldNext(first, field, &at); first = false) {
-        unsigned idx = 0;
-        while (idx < 27 && field != fieldNames[idx])
-            ++idx;
-        if (idx == 27)
-            throw Mel::ParseException("at offset " + std::to_string(at) + ": unknown field '" +
-                                      field + "' of Routing::Bgp::PathAttributesContents");
-        switch (idx) {
-        case 0:
-            tag_ = uint32_t(p.parseUnsigned(UINT32_MAX));
-            break;
-        case 1:
-            medStorage_ = uint32_t(p.parseUnsigned(UINT32_MAX));
-            break;
-        case 2:
-            localPrefStorage_ = uint32_t(p.parseUnsigned(UINT32_MAX));
-            break;
-        case 6:
-            commonFlagsStorage_ = uint16_t(p.parseUnsigned(UINT16_MAX));
-            break;
-        case 7:
-            preference_ = uint8_t(p.parseUnsigned(UINT8_MAX));
-            break;
-        case 8:
-            uncommonFlagsStorageIs(uint8_t(p.parseUnsigned(UINT8_MAX)));
-            break;
-        case 9:
-            weightIs(RouteWeight(p.parseUnsigned(UINT16_MAX)));
-            break;
-        case 10:
-            bpAsPathWeightIs(RouteWeight(p.parseUnsigned(UINT16_MAX)));
-            break;
-        case 11:
-            igpOrRedistMetricStorageIs(uint32_t(p.parseUnsigned(UINT32_MAX)));
-            break;
-        case 26:
-            storedMask = uint32_t(p.parseUnsigned(UINT32_MAX));
-            maskGiven = true;
-            break;
-        default:
-            if (!p.consume("None"))
-                throw Mel::NotSupportedException(
-                    "at offset " + std::to_string(p.offset()) + ": sub-attribute '" + field +
-                    "' cannot be rebuilt from text; only None reads back");
-        }
-    }
-    p.expectEnd();
-    // The bit set follows the members; a printed one that disagrees is refused.
-    if (maskGiven && storedMask != dataMemberHasNonDefaultValue_)
-        throw Mel::ParseException("dataMemberHasNonDefaultValue " + std::to_string(storedMask) +
-                                  " does not match the members (" +
-                                  std::to_string(dataMemberHasNonDefaultValue_) + ")");
+    Mel::valueFromStrepInto(*this, text);
 }
 
 } // namespace Routing::Bgp

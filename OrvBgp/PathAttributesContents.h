@@ -6,6 +6,7 @@
 
 #include "Keel/DedupHandleBase.h"
 #include "Mel/Ptr.h"
+#include "Mel/ValueParser.h"
 #include "Mel/ValueType.h"
 #include "MelStash/CompressedStashSmartPtr.h"
 #include "Routing/RouteScalars.h"
@@ -14,6 +15,7 @@
 #include <iosfwd>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 namespace Routing {
 class CommList;
@@ -101,13 +103,15 @@ public:
 
     PathAttributesContents() noexcept;
     PathAttributesContents(const PathAttributesContents&);
+    // A move leaves the source equal to a default record (no references, bit set empty).
     PathAttributesContents(PathAttributesContents&&) noexcept;
     PathAttributesContents& operator=(const PathAttributesContents&);
     PathAttributesContents& operator=(PathAttributesContents&&) noexcept;
     ~PathAttributesContents();
     // Parses the text valueToStrep prints. Sub-attribute members read back only as None (an
     // interned object cannot be rebuilt from its printed form); anything else throws
-    // Mel::NotSupportedException, and malformed text Mel::ParseException.
+    // Mel::NotSupportedException ("Not supported: ..."), and malformed text Mel::ParseException.
+    // The printed bit set is output only: the members' setters rebuild it.
     explicit PathAttributesContents(std::string_view text);
 
     // ---- members every tier stores ----
@@ -170,7 +174,8 @@ public:
     Mel::PtrConst<Aggregator> aggregator() const noexcept { return aggregator_.ptr(); }
     void aggregatorIs(const Mel::PtrConst<Aggregator>& v) &;
     Mel::PtrConst<CommList> commList() const noexcept { return commList_.ptr(); }
-    // Also sets llgrStale and noLlgr from the list's well-known communities.
+    // Also sets llgrStale and noLlgr from the list's well-known communities; does nothing when
+    // the list is the one held (flags written since stay as written).
     void commListIs(const Mel::PtrConst<CommList>& v) &;
     Mel::PtrConst<ExtCommList> extCommList() const noexcept { return extCommList_.ptr(); }
     void extCommListIs(const Mel::PtrConst<ExtCommList>& v) &;
@@ -183,6 +188,7 @@ public:
     Mel::PtrConst<PrefixSid> prefixSid() const noexcept { return prefixSid_.ptr(); }
     void prefixSidIs(const Mel::PtrConst<PrefixSid>& v) &;
     Mel::PtrConst<TunnelEncap> tunnelEncap() const noexcept { return tunnelEncap_.ptr(); }
+    // Only null or an object interned at least once ("!v || v->everDeduped()").
     void tunnelEncapIs(const Mel::PtrConst<TunnelEncap>& v) &;
     Mel::PtrConst<DomainPath> domainPath() const noexcept { return domainPath_.ptr(); }
     void domainPathIs(const Mel::PtrConst<DomainPath>& v) &;
@@ -275,7 +281,19 @@ private:
     Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
     uint32_t dataMemberHasNonDefaultValue_ = 0;
 
-    friend std::string valueToStrep(const PathAttributesContents& c);
+    // Text form and get/set by name. Sub-attributes print through their own text (an AS path as
+    // its stored segments, '65001 65002 {65003}') and read back only as None.
+    MEL_VALUE_TYPE(PathAttributesContents, "Routing::Bgp::PathAttributesContents",
+                   (tag_, medStorage_, localPrefStorage_, nextHop, nextHopIs, aspathAttr,
+                    aspathAttrIs, clusterList, clusterListIs, commonFlagsStorage_, preference_,
+                    uncommonFlagsStorage, uncommonFlagsStorageIs, weight, weightIs, bpAsPathWeight,
+                    bpAsPathWeightIs, igpOrRedistMetricStorage, igpOrRedistMetricStorageIs,
+                    llNextHop, llNextHopIs, aggregator, aggregatorIs, commList, commListIs,
+                    extCommList, extCommListIs, extCommIp6List, extCommIp6ListIs, largeCommList,
+                    largeCommListIs, pmsiTunnel, pmsiTunnelIs, prefixSid, prefixSidIs, tunnelEncap,
+                    tunnelEncapIs, domainPath, domainPathIs, aigpMetric, aigpMetricIs, linkState,
+                    linkStateIs, customerAttributeSet, customerAttributeSetIs, gunkPathAttrList,
+                    gunkPathAttrListIs, dataMemberHasNonDefaultValue))
 };
 
 // The tier a non-default bit set selects.
@@ -284,4 +302,49 @@ PathAttributeType dataMemberHasNonDefaultValueToPathAttributeType(uint32_t mask)
 std::string valueToStrep(const PathAttributesContents& c);
 std::ostream& operator<<(std::ostream& os, const PathAttributesContents& c);
 
+// The sub-attribute types a set points to, and their text in a set's text form: quoted, None when
+// null. Reading one back accepts only None.
+template <class T>
+concept PathAttributesSubAttribute =
+    std::is_same_v<T, GenNexthop> || std::is_same_v<T, AspathAttrCanonical> ||
+    std::is_same_v<T, ClusterList> || std::is_same_v<T, Aggregator> ||
+    std::is_same_v<T, PmsiTunnel> || std::is_same_v<T, PrefixSid> ||
+    std::is_same_v<T, TunnelEncap> || std::is_same_v<T, DomainPath> ||
+    std::is_same_v<T, AccumulatedIgpMetric> || std::is_same_v<T, LinkStateAttrBase> ||
+    std::is_same_v<T, AttributeSet> || std::is_same_v<T, GunkPathAttrList> ||
+    std::is_same_v<T, CommList> || std::is_same_v<T, ExtCommList> ||
+    std::is_same_v<T, ExtCommIp6List> || std::is_same_v<T, LargeCommList>;
+
+template <PathAttributesSubAttribute T>
+void subAttributeFormat(std::ostream& os, const T* p);
+void subAttributeParseNone(Mel::ValueParser& p);
+
+template <PathAttributesSubAttribute T>
+void melFormat(std::ostream& os, const Mel::PtrConst<T>& p) {
+    subAttributeFormat(os, p.get());
+}
+template <PathAttributesSubAttribute T>
+void melParse(Mel::ValueParser& p, Mel::PtrConst<T>& v) {
+    subAttributeParseNone(p);
+    v = nullptr;
+}
+
 } // namespace Routing::Bgp
+
+namespace Routing {
+// The community lists live in Routing: their hooks must be found there.
+template <class T>
+requires(std::is_same_v<T, CommList> || std::is_same_v<T, ExtCommList> ||
+         std::is_same_v<T, ExtCommIp6List> ||
+         std::is_same_v<T, LargeCommList>) void melFormat(std::ostream& os,
+                                                          const Mel::PtrConst<T>& p) {
+    Bgp::subAttributeFormat(os, p.get());
+}
+template <class T>
+requires(std::is_same_v<T, CommList> || std::is_same_v<T, ExtCommList> ||
+         std::is_same_v<T, ExtCommIp6List> ||
+         std::is_same_v<T, LargeCommList>) void melParse(Mel::ValueParser& p, Mel::PtrConst<T>& v) {
+    Bgp::subAttributeParseNone(p);
+    v = nullptr;
+}
+} // namespace Routing

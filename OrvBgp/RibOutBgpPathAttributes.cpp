@@ -2,6 +2,7 @@
 
 #define ORV_UNIT "OrvBgp/RibOutBgpPathAttributes"
 #include "Keel/Assert.h"
+#include "Mel/Reflect.h"
 
 namespace Routing::Bgp {
 
@@ -82,6 +83,19 @@ RibOutPathAttributesStats& RibOutPathAttributesStats::instance() {
 Mel::PtrConst<RibOutPathAttributes>
 RibOutPathAttributesFactory::dedupContent(const RibOutPathAttributesDedupTable* table) const {
     return RibOutPathAttributes::dedupContent(table, contents_);
+}
+
+Mel::PtrConst<RibOutPathAttributes> RibOutPathAttributesFactory::make() const {
+    return RibOutFullPathAttributes::createMe(contents_);
+}
+
+std::string RibOutPathAttributesFactory::toStrep() const {
+    return Mel::valueToStrep(*this);
+}
+
+std::ostream& operator<<(std::ostream& os, const RibOutPathAttributesFactory& f) {
+    Mel::valueFormat(os, f);
+    return os;
 }
 
 } // namespace Routing::Bgp

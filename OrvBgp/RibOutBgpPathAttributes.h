@@ -54,15 +54,26 @@ public:
     PathAttributesContents& contents() noexcept { return contents_; }
     Mel::PtrConst<RibOutPathAttributes>
     dedupContent(const RibOutPathAttributesDedupTable* table) const;
+    // A new RibOutFullPathAttributes, not interned, whatever the contents.
+    Mel::PtrConst<RibOutPathAttributes> make() const;
     bool operator==(const RibOutPathAttributesFactory& o) const noexcept {
         return contents_ == o.contents_;
     }
+    bool operator<(const RibOutPathAttributesFactory& o) const noexcept {
+        return contents_ < o.contents_;
+    }
     explicit operator bool() const noexcept { return bool(contents_); }
-    std::string toStrep() const { return valueToStrep(contents_); }
+    // Value('Routing::Bgp::RibOutPathAttributesFactory', ** {'contents': Value(...)}).
+    std::string toStrep() const;
 
 private:
     PathAttributesContents contents_;
+
+public:
+    MEL_VALUE_TYPE(RibOutPathAttributesFactory, "Routing::Bgp::RibOutPathAttributesFactory",
+                   (contents_))
 };
+std::ostream& operator<<(std::ostream& os, const RibOutPathAttributesFactory& f);
 
 namespace RibOutTier {
 
@@ -73,6 +84,7 @@ using PathAttributesTier::addr;
 template <class Root>
 class CommonTier : public Root {
 public:
+    using RootType = Root;
     static constexpr PathAttributeType tierType = PathAttributeType::base;
     MultiExitDiscriminator medGet() const noexcept override {
         return commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(medStorage_)
@@ -124,16 +136,17 @@ protected:
         v.clusterList = clusterList_.get();
         v.commonFlagsStorage = commonFlagsStorage_;
     }
-    // Kept flags replace their bits; the dropped ones (noLlgr, ipLookupAsBackup) stay as c had
-    // them.
     void fill(PathAttributesContents& c) const {
         c.medStorageIs(medStorage_);
         c.localPrefStorageIs(localPrefStorage_);
         c.aspathAttrIs(aspathAttr_.ptr());
         c.clusterListIs(clusterList_.ptr());
+    }
+    // Last of all, after the community list's setter has run: kept flags replace their bits; the
+    // dropped ones (noLlgr, ipLookupAsBackup) are as c had them before (`before`).
+    void fillFlags(PathAttributesContents& c, uint16_t before) const {
         c.commonFlagsStorageIs(
-            uint16_t((c.commonFlagsStorage() & ~RibOutPathAttributes::commonFlagsMask) |
-                     commonFlagsStorage_));
+            uint16_t((before & ~RibOutPathAttributes::commonFlagsMask) | commonFlagsStorage_));
     }
 
     uint32_t medStorage_;
