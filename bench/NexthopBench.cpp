@@ -150,6 +150,7 @@ void dedupContentExisting(benchmark::State& state, bool uniqueIds) {
         state.counters["objectBytes"] = object;
         state.counters["tableBytes"] = table;
         state.counters["bytesPerNexthop"] = object + table;
+        state.counters["sizeofIpGenAddr"] = double(sizeof(IpGenAddr));
     }
 }
 

@@ -104,14 +104,6 @@ TEST(AddressNexthop, OneObjectPerAddressProfileAndTable) {
     EXPECT_EQ(table.nexthop(IpGenAddr())->serialize().size(), 0u) << "the empty address";
 }
 
-TEST(AddressNexthop, FitsOne56ByteStoreBlock) {
-    auto table = v4Table();
-    int64_t before = AddressNexthop::melStashTypeStats().bytes.load();
-    auto nh = table.nexthop(addr("2001:db8::99"));
-    EXPECT_EQ(MelStash::StoreManager::instance().blockSize(nh.get()), 56u);
-    EXPECT_EQ(AddressNexthop::melStashTypeStats().bytes.load() - before, 56);
-}
-
 // The life cycle: identifiers are handed out once per interned object, come back when the
 // last holder lets go, and are handed out again.
 TEST(AddressNexthop, UniqueIdentifiersFollowTheObjectsLife) {

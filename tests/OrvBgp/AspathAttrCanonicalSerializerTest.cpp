@@ -4,7 +4,6 @@
 #include "OrvBgp/AspathAttrCanonicalStasher.h"
 #include "OrvBgp/AspathTestHelpers.h"
 #include "OrvBgp/BgpPathAttrType.h"
-#include "support/TsharkHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -205,37 +204,4 @@ TEST(AspathAttrCanonicalSerializerDeathTest, BrokenPreconditions) {
     EXPECT_DEATH(Serializer::serializeForDfa(bigSet.get()), "segment->asCount\\(\\) <= 0xff");
     // Sequences have no such limit in the regular-expression form.
     EXPECT_EQ(Serializer::serializeForDfa(aspath("(" + asRun(1, 256) + ")").get()).size(), 1024u);
-}
-
-// Independent decoding: tshark reads our attributes as the AS numbers and segments we meant,
-// without a warning.
-TEST(AspathAttrCanonicalSerializer, TsharkDecodesWhatWeWrite) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    struct Case {
-        std::string path;
-        bool fourByte;
-        uint32_t localAs;
-        std::string types, lengths, as;
-    } cases[] = {
-        {"(65010 65011) 100 {300 400}", true, 0, "3,2,1", "2,1,2", "65010,65011,100,300,400"},
-        {"70000 100", false, 65001, "2", "3", "65001,23456,100"},
-        {asRun(1, 300), true, 65001, "2,2", "255,46", ""},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.path.substr(0, 40));
-        auto r = Serializer::serialize(aspath(c.path).get(), 2, false, c.localAs == 0, c.fourByte,
-                                       c.localAs, false);
-        OrvTest::TsharkDecode d = OrvTest::wrapInUpdate(
-            r.bytes().span(), {std::string("bgp.asn_len:") + (c.fourByte ? "4" : "2")});
-        ASSERT_TRUE(d.ran) << d.error;
-        EXPECT_EQ(d.warnings, std::vector<std::string>{}) << d.text;
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.as_path_segment.type"), c.types);
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.as_path_segment.length"), c.lengths);
-        std::string asField = c.fourByte ? "bgp.update.path_attribute.as_path_segment.as4"
-                                         : "bgp.update.path_attribute.as_path_segment.as2";
-        if (!c.as.empty())
-            EXPECT_EQ(d.decodedField(asField), c.as);
-        else
-            EXPECT_EQ(d.fieldValues(asField).size(), 301u);
-    }
 }

@@ -147,16 +147,6 @@ TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
                                                    "Serializing: Aggregator::serialize()"}));
 }
 
-// Header (16) and fields, nothing behind a second pointer.
-TEST(MiscMemory, EachObjectTakes24StoreBytes) {
-    EXPECT_EQ(OrvTest::storeBytesOfOne<AccumulatedIgpMetric>(
-                  [] { return accumulatedIgpMetricFactory(0x5eed5eed5eedULL); }),
-              24);
-    EXPECT_EQ(OrvTest::storeBytesOfOne<Aggregator>(
-                  [] { return aggregatorFactory(64512, Orvnet::IpAddr::fromString("10.9.8.7")); }),
-              24);
-}
-
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 
@@ -191,35 +181,6 @@ TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
     Mel::PtrConst<Unregistered> u(new Unregistered);
     EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
-}
-
-// ---- Independent decoding
-// ------------------------------------------------------------------------
-
-TEST(MiscTshark, AigpDecodesToTheMetric) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    ORV_EXPECT_CLEAN_DECODE(d, accumulatedIgpMetricFactory(5)->serialize());
-    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.type"), "1");
-    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.length"), "11");
-    EXPECT_EQ(d.decodedField("bgp.update.attribute.aigp.accu_igp_metric"), "5");
-}
-
-TEST(MiscTshark, AggregatorsDecodeToAsAndId) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    auto big = aggregatorFactory(4200000000u, Orvnet::IpAddr::fromString("192.0.2.7"));
-    struct Case {
-        uint8_t type;
-        bool fourByteAs;
-        const char* as;
-    } cases[] = {{7, false, "23456"}, {7, true, "4200000000"}, {18, true, "4200000000"}};
-    for (const Case& c : cases) {
-        SCOPED_TRACE(int(c.type) * 10 + c.fourByteAs);
-        ORV_EXPECT_CLEAN_DECODE(d, big->serialize(c.type, c.fourByteAs, 0, 0));
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.type_code"),
-                  "1,2,3," + std::to_string(c.type));
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.aggregator_as"), c.as);
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.aggregator_origin"), "192.0.2.7");
-    }
 }
 
 } // namespace

@@ -613,19 +613,6 @@ TEST(PathAttributes, MakeBypassesTiersAndTable) {
     EXPECT_EQ(x->originGet(), Origin::igp); // the tier's stored value, not the base default
 }
 
-TEST(PathAttributes, ObjectSizesPerTier) {
-    auto& store = MelStash::StoreManager::instance();
-    Pool& p = pool();
-    C base;
-    base.aspathAttrIs(p.paths[0]);
-    EXPECT_LE(store.blockSize(intern(base).get()), 48u);
-    C full;
-    full.weightIs(1);
-    EXPECT_LE(store.blockSize(intern(full).get()), 112u);
-    EXPECT_EQ(sizeof(PathAttributesCommon), 48u); // 44 bytes of data; the full tier uses the tail
-    EXPECT_EQ(sizeof(FullPathAttributes), 112u);
-}
-
 TEST(PathAttributesDeathTest, SubAttributesMustBeInternedFirst) {
     C c;
     c.gunkPathAttrListIs(Mel::PtrConst<GunkPathAttrList>(new GunkPathAttrList()));

@@ -1,6 +1,6 @@
 // Tunnel encapsulation: wire forms against hand-written vectors, interning rules (order, the narrow
 // unparsed-TLV identity), tables and their forms, text forms, store read-back, assertion texts,
-// tshark decoding, and interning from several threads.
+// and interning from several threads.
 #include "OrvBgp/BgpTunnelEncap.h"
 
 #include "Keel/HashMix.h"
@@ -640,23 +640,6 @@ TEST(TunnelEncapText, ValueFormsAreExactAndParseBack) {
 
 // ---- Store -------------------------------------------------------------------------------------
 
-TEST(TunnelEncapStore, BytesPerObject) {
-    using OrvTest::storeBytesOfOne;
-    // 16-byte header, hash, type and length, endpoint reference, counts: 32, then inline parts.
-    EXPECT_EQ(storeBytesOfOne<TunnelEncapTlvUnparsed>(
-                  [] { return unparsed(0x7001, "0102030405060708090a0b0c"); }),
-              48);
-    EXPECT_EQ(storeBytesOfOne<VxlanTunnelTlv>([] { return vxlan("198.18.0.77", nullptr); }), 32);
-    auto a = unparsed(0x7002, "");
-    auto b = unparsed(0x7003, "");
-    EXPECT_EQ(storeBytesOfOne<TunnelEncap>([&] { return attribute({a, b}); }), 32);
-    EXPECT_EQ(
-        storeBytesOfOne<EndpointSubTlv>([] { return EndpointSubTlv::intern(addr("198.18.0.78")); }),
-        40);
-    EXPECT_EQ(storeBytesOfOne<ColorSubTlv>([] { return ColorSubTlv::intern(0x7004); }), 32);
-    EXPECT_EQ(storeBytesOfOne<UnparsedSubTlv>([] { return subTlv(0x70, "010203"); }), 40);
-}
-
 class Unregistered : public TunnelEncapTlvBase {
 public:
     uint16_t tunnelType() const override { return 1; }
@@ -781,86 +764,6 @@ TEST(TunnelEncapDeathTest, LengthsBeyondSixteenBits) {
     wrongType.tunnelTypeIs(9);
     EXPECT_DEATH(vxlanTunnelTlvFactory(wrongType),
                  assertionPattern("OrvBgp/VxlanTunnelTlv", "content.tunnelType() == vxlanType"));
-}
-
-// ---- Independent decoding ----------------------------------------------------------------------
-
-TEST(TunnelEncapTshark, UnparsedTlvDecodesToItsBytes) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    auto attr = attribute({unparsed(2, "7f03aabbcc c80003ddeeff"), unparsed(9, "")});
-    ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
-    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_type"),
-              (std::vector<std::string>{"2", "9"}));
-    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_len"),
-              (std::vector<std::string>{"11", "0"}));
-    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type"),
-              (std::vector<std::string>{"127", "200"}));
-    EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_sublen"),
-              (std::vector<std::string>{"3", "3"}));
-    EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
-              (std::vector<std::string>{"aabbcc", "ddeeff"}));
-}
-
-TEST(TunnelEncapTshark, VxlanTlvDecodesEndpointColorAndVnId) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    {
-        // Endpoint and the unparsed encapsulation sub-TLV (valid VN-ID 100).
-        auto attr =
-            attribute({vxlan("192.0.2.1", nullptr, {subTlv(1, "80000064 000000000000 0000")})});
-        ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
-        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_type"), "8");
-        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_len"), "26");
-        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type"),
-                  (std::vector<std::string>{"6", "1"}));
-        // Reserved, address family 1, address.
-        EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
-                  std::vector<std::string>{"000000000001c0000201"});
-        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_subtlv.vxlan.vnid"), "0x000064");
-    }
-    {
-        auto attr = attribute({vxlan("2001:db8::1", nullptr)});
-        ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
-        EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_sublen"), "22");
-        EXPECT_EQ(d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value"),
-                  std::vector<std::string>{"00000000000220010db8000000000000000000000001"});
-    }
-    {
-        // Endpoint and color. The color value is 8 bytes (03 0b, flags, color); tshark 4.0 still
-        // reads the older 4-byte form: it shows the first four value bytes as the color and
-        // steps over only those, so its decode goes wrong after the color's header.
-        auto attr = attribute({vxlan("192.0.2.1", ColorSubTlv::intern(100))});
-        auto d = OrvTest::decodeAttr(attr->serialize());
-        ASSERT_TRUE(d.ran) << d.error;
-        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(0), "6");
-        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(1), "4");
-        EXPECT_EQ(d.fieldValues("bgp.update.encaps_tunnel_tlv_sublen").at(1), "8");
-        const std::string color = d.decodedField("bgp.update.encaps_tunnel_tlv_subtlv_color_value");
-        if (color == "100") {
-            EXPECT_TRUE(d.warnings.empty()) << d.text;
-        } else {
-            EXPECT_EQ(color, std::to_string(0x030b0000u)) << d.text;
-        }
-        const auto colorBytes = d.fieldBytes("bgp.update.encaps_tunnel_tlv_subtlv_color_value");
-        ASSERT_EQ(colorBytes.size(), 1u);
-        EXPECT_EQ(colorBytes[0].size(), 4u);
-    }
-}
-
-TEST(TunnelEncapTshark, ExtendedLengthAttributeDecodes) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    const Mel::Bytes& wire = vectors().at("long_extended");
-    TunnelEncapTlvUnparsedContent c(2, Mel::Bytes(wire.data() + 8, wire.size() - 8));
-    auto attr = attribute({TunnelEncapTlvUnparsed::intern(c)});
-    ASSERT_EQ(attr->serialize(), wire);
-    ORV_EXPECT_CLEAN_DECODE(d, attr->serialize());
-    EXPECT_EQ(d.fieldValues("bgp.update.path_attribute.flags").back(), "0xd0");
-    EXPECT_EQ(d.fieldValues("bgp.update.path_attribute.length").back(), "297");
-    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_len"), "293");
-    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_subtlv_type"), "200");
-    EXPECT_EQ(d.decodedField("bgp.update.encaps_tunnel_tlv_sublen"), "290");
-    const auto value = d.fieldHex("bgp.update.encaps_tunnel_tlv_subtlv.value");
-    ASSERT_EQ(value.size(), 1u);
-    EXPECT_EQ(value[0], Mel::Bytes(wire.data() + 11, 290).toHex());
 }
 
 // ---- Threads -----------------------------------------------------------------------------------

@@ -71,21 +71,6 @@ TEST(ClusterList, StoresOriginatorThenClusterListUnderTheirTypes) {
     EXPECT_EQ(store.attrTypes(), (std::vector<uint8_t>{10}));
 }
 
-TEST(ClusterList, TsharkDecodesOriginatorAndClusterList) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    auto l = intern(
-        ClusterListContent(ip("192.0.2.77"), {ip("10.0.0.1"), ip("172.16.5.4"), ip("10.0.0.3")}));
-    // ORIGIN IGP, empty AS_PATH, NEXT_HOP 192.0.2.9, then ours.
-    auto attrs = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
-    auto ours = serialized(*l);
-    attrs.insert(attrs.end(), ours.begin(), ours.end());
-    auto d = OrvTest::wrapInUpdate(attrs);
-    ASSERT_TRUE(d.ran) << d.error;
-    EXPECT_TRUE(d.warnings.empty()) << d.text;
-    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.originator_id"), "192.0.2.77");
-    EXPECT_EQ(d.decodedField("bgp.path_attribute.cluster_id"), "10.0.0.1,172.16.5.4,10.0.0.3");
-}
-
 // ---- value: hash, equality, order, text
 
 TEST(ClusterList, OriginatorIdSeparatesListsAndOrdersThem) {

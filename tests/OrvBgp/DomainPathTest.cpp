@@ -59,19 +59,6 @@ TEST(DomainPath, WireFormsMatchVectors) {
     }
 }
 
-TEST(DomainPath, SequenceBoundaryAt255Segments) {
-    // 255: one sequence, length 1 + 1785; 256: two, length 2 + 1792, the second holding one.
-    auto b255 = intern(pathOf(255))->serialize();
-    ASSERT_EQ(b255.size(), 4u + 1786);
-    EXPECT_EQ(b255[2] << 8 | b255[3], 1 + 1785);
-    EXPECT_EQ(b255[4], 255);
-    auto b256 = intern(pathOf(256))->serialize();
-    ASSERT_EQ(b256.size(), 4u + 1794);
-    EXPECT_EQ(b256[2] << 8 | b256[3], 2 + 1792);
-    EXPECT_EQ(b256[4], 255);
-    EXPECT_EQ(b256[4 + 1 + 255 * 7], 1);
-}
-
 TEST(DomainPath, TraceNamesTheCountsAndChangesNothing) {
     auto p = intern(pathOf(256));
     const auto quiet = p->serialize();
@@ -86,48 +73,6 @@ TEST(DomainPath, TraceNamesTheCountsAndChangesNothing) {
     }
     EXPECT_EQ(lines, (std::vector<std::string>{"Serializing: DomainPath::serialize()",
                                                "numDomainSequence 2, domainPathSize 256"}));
-}
-
-TEST(DomainPath, TsharkDecodesOneAndTwoSequences) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    // tshark 4.0 reads a domain sequence as 6-byte domain ids followed by one flag byte for the
-    // whole sequence, an earlier layout of this attribute. The two layouts agree byte for byte on a
-    // one-segment path, which is compared field by field; for longer paths tshark can vouch for the
-    // header, the framing (the attribute after the D-PATH must decode in place), the first
-    // sequence's count and its first domain id.
-    const auto base = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
-    const auto after = OrvTest::bytesFromHex("40 05 04 00 00 00 64"); // LOCAL_PREF 100
-    DomainPathContent one;
-    one.domainSegmentEnq(DomainSegment(VpnDomainId(4200000001u, 65535), 0x46));
-    for (const DomainPathContent& c : {one, pathOf(3), pathOf(256)}) {
-        const size_t n = c.domainSegmentCount();
-        SCOPED_TRACE(n);
-        auto attrs = base;
-        auto ours = vec(intern(c)->serialize());
-        attrs.insert(attrs.end(), ours.begin(), ours.end());
-        attrs.insert(attrs.end(), after.begin(), after.end());
-        auto d = OrvTest::wrapInUpdate(attrs);
-        ASSERT_TRUE(d.ran) << d.error;
-        EXPECT_TRUE(d.warnings.empty()) << d.text;
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.local_pref"), "100");
-        auto types = d.fieldValues("bgp.update.path_attribute.type_code");
-        auto lengths = d.fieldValues("bgp.update.path_attribute.length");
-        auto flags = d.fieldValues("bgp.update.path_attribute.flags");
-        ASSERT_EQ(types, (std::vector<std::string>{"1", "2", "3", "36", "5"}));
-        const size_t sequences = (n + 254) / 255;
-        EXPECT_EQ(lengths[3], std::to_string(sequences + 7 * n));
-        EXPECT_EQ(flags[3], n > 36 ? "0xd0" : "0xc0");
-        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.length").front(),
-                  std::to_string(std::min<size_t>(n, 255)));
-        const VpnDomainId first = c.domainSegmentAt(0).vpnDomainId();
-        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.ga").front(),
-                  std::to_string(first.globalAdmin()));
-        EXPECT_EQ(d.fieldValues("bgp.update.attribute.dpath.la").front(),
-                  std::to_string(first.localAdmin()));
-        if (n == 1) {
-            EXPECT_EQ(d.decodedField("bgp.update.attribute.dpath.isf.safi"), "70"); // 0x46
-        }
-    }
 }
 
 // ---- ids and segments

@@ -152,34 +152,6 @@ TEST(GunkPathAttrList, SerializesAndPrintsInTypeOrder) {
               "type=200,flags=0xc0,len=2,data=0203 type=210,flags=0x80,len=1,data=01 ");
 }
 
-TEST(GunkPathAttrList, TsharkDecodesUnknownAttributes) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    std::vector<uint8_t> d300;
-    for (int i = 0; i < 300; ++i)
-        d300.push_back(uint8_t(i * 7));
-    auto l = listOf({gunk(200, 0xc0, {0x0a, 0x0b, 0x0c}), gunk(201, 0x80, {0xff}),
-                     gunk(205, 0xd0, {}), gunk(220, 0xc0, d300)})
-                 ->dedup();
-    AttrSetStringStore store;
-    l->serialize(store);
-    auto attrs = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
-    attrs.insert(attrs.end(), store.str().begin(), store.str().end());
-    auto d = OrvTest::wrapInUpdate(attrs);
-    ASSERT_TRUE(d.ran) << d.error;
-    EXPECT_TRUE(d.warnings.empty()) << d.text;
-    auto types = d.fieldValues("bgp.update.path_attribute.type_code");
-    auto flags = d.fieldValues("bgp.update.path_attribute.flags");
-    ASSERT_EQ(types, (std::vector<std::string>{"1", "2", "3", "200", "201", "205", "220"}));
-    EXPECT_EQ(std::vector<std::string>(flags.begin() + 3, flags.end()),
-              (std::vector<std::string>{"0xe0", "0x80", "0xf0", "0xf0"}));
-    auto data = d.fieldBytes("bgp.update.path_attributes.unknown");
-    ASSERT_EQ(data.size(), 4u);
-    EXPECT_EQ(data[0], bytes({0x0a, 0x0b, 0x0c}));
-    EXPECT_EQ(data[1], bytes({0xff}));
-    EXPECT_EQ(data[2], bytes({}));
-    EXPECT_EQ(data[3], d300);
-}
-
 TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared) {
     auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
     auto l = listOf({Mel::PtrConst<GunkPathAttr>(loose)});

@@ -200,31 +200,6 @@ TEST(PmsiTunnel, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
     EXPECT_EQ(at5.lines, std::vector<std::string>{"Serializing: PmsiTunnel::serialize()"});
 }
 
-// Store bytes per object: header 16, common fields 8, then each class's own fields inline.
-TEST(PmsiTunnel, StoreBytesPerObject) {
-    using OrvTest::storeBytesOfOne;
-    EXPECT_EQ(storeBytesOfOne<PmsiTunnelIngressReplication>([] {
-                  return pmsiTunnelIngressReplicationFactory(Flags(), 901, addr("10.9.0.1"));
-              }),
-              48);
-    EXPECT_EQ(storeBytesOfOne<PmsiTunnelPim>([] {
-                  return pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSmTree, 902,
-                                              addr("10.9.0.1"), addr("239.9.9.9"));
-              }),
-              64);
-    EXPECT_EQ(storeBytesOfOne<PmsiTunnelMldpP2mpGenericLspId>([] {
-                  return pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 903, addr("10.9.0.1"), 1);
-              }),
-              56);
-    auto id = identifier("0a090001 0000 0009 0a090002");
-    EXPECT_EQ(storeBytesOfOne<PmsiTunnelGeneral>([&] {
-                  return pmsiTunnelGeneralFactory(Flags(), PmsiTunnel::tunnelTypeRsvpTeP2mpLsp, 904,
-                                                  id);
-              }),
-              32);
-    EXPECT_EQ(storeBytesOfOne<PmsiTunnelIdentifier>([] { return identifier("0a0909"); }), 32);
-}
-
 // ---- Vocabulary
 // ----------------------------------------------------------------------------------
 
@@ -443,68 +418,6 @@ TEST(PmsiTunnelDeathTest, StoredClassWithoutReader) {
     Mel::PtrConst<Unregistered> u(new Unregistered);
     EXPECT_DEATH(PmsiTunnel::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/PmsiTunnel", "nullptr != reader"));
-}
-
-// ---- Independent decoding
-// ------------------------------------------------------------------------
-
-struct TsharkCase {
-    const char* name;
-    Mel::PtrConst<PmsiTunnel> tunnel;
-    // (field, value) pairs the decode must show, beyond flags, type and label.
-    std::vector<std::pair<std::string, std::string>> fields;
-};
-
-void expectDecodes(const TsharkCase& c) {
-    SCOPED_TRACE(c.name);
-    ORV_EXPECT_CLEAN_DECODE(d, c.tunnel->serialize());
-    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.pmsi.tunnel.flags"),
-              std::to_string(c.tunnel->flags().value()));
-    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.pmsi.tunnel.type"),
-              std::to_string(c.tunnel->tunnelType()));
-    EXPECT_EQ(d.decodedField("bgp.update.path_attribute.mpls_label_value_20bits"),
-              std::to_string(c.tunnel->mplsLabel()));
-    for (const auto& [field, value] : c.fields)
-        EXPECT_EQ(d.decodedField("bgp.update.path_attribute.pmsi." + field), value) << field;
-}
-
-TEST(PmsiTunnelTshark, EveryClassDecodesToWhatWasEncoded) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    const TsharkCase cases[] = {
-        {"ir_v4",
-         pmsiTunnelIngressReplicationFactory(Flags(0x80), 1000, addr("10.0.0.1")),
-         {{"ingress_rep_ip", "10.0.0.1"}}},
-        {"pim_ssm_v4",
-         pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSsmTree, 16, addr("192.0.2.1"),
-                              addr("232.1.1.1")),
-         {{"pimssm.root_node", "192.0.2.1"}, {"pimssm.pmulticast_group", "232.1.1.1"}}},
-        {"mldp_generic_v4",
-         pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0xfffff, addr("192.0.2.1"), 0x01020304),
-         {{"mldp.fec.type", "6"},
-          {"mldp.fec.address_family", "1"},
-          {"mldp.fec.address_length", "4"},
-          {"mldp.fec.root_nodev4", "192.0.2.1"},
-          {"mldp.fec.opaque_length", "7"},
-          {"mldp.fec.opaque_value_type", "1"},
-          {"mldp.fec.opaque_value_length", "4"},
-          {"mldp.fec.opaque_value_unique_id_rn", "16909060"}}},
-        {"general_rsvp",
-         pmsiTunnelGeneralFactory(Flags(0x01), PmsiTunnel::tunnelTypeRsvpTeP2mpLsp, 7,
-                                  identifier("0a000001 00000007 0a000002")),
-         {{"rsvp.id", "10.0.0.1"}, {"rsvp.tunnel_id", "7"}, {"rsvp.ext_tunnel_idv4", "10.0.0.2"}}},
-        {"general_noinfo",
-         pmsiTunnelGeneralFactory(Flags(), PmsiTunnel::tunnelTypeNoTunnelInformation, 0, nullptr),
-         {}},
-        // tshark reads the IPv6 forms of these two as if they were IPv4; it still must find
-        // nothing wrong with the framing.
-        {"ir_v6", pmsiTunnelIngressReplicationFactory(Flags(), 3, addr("2001:db8::1")), {}},
-        {"pim_ssm_v6",
-         pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSsmTree, 0, addr("2001:db8::1"),
-                              addr("ff3e::1234")),
-         {}},
-    };
-    for (const TsharkCase& c : cases)
-        expectDecodes(c);
 }
 
 } // namespace

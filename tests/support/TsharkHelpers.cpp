@@ -240,26 +240,6 @@ std::string TsharkDecode::decodedField(const std::string& name) const {
     return out;
 }
 
-std::vector<std::string> TsharkDecode::fieldHex(const std::string& name) const {
-    std::vector<std::string> out;
-    for (const auto& f : fields)
-        if (f.name == name) out.push_back(f.value);
-    return out;
-}
-
-std::vector<std::vector<std::uint8_t>> TsharkDecode::fieldBytes(const std::string& name) const {
-    std::vector<std::vector<std::uint8_t>> out;
-    for (const auto& f : fields) {
-        if (f.name != name) continue;
-        if (f.pos + f.size <= frame.size())
-            out.emplace_back(frame.begin() + static_cast<std::ptrdiff_t>(f.pos),
-                             frame.begin() + static_cast<std::ptrdiff_t>(f.pos + f.size));
-        else
-            out.emplace_back();
-    }
-    return out;
-}
-
 std::vector<std::uint8_t> buildUpdate(std::span<const std::uint8_t> attributes) {
     static constexpr std::uint8_t nlri[] = {8, 10}; // 10.0.0.0/8
     std::vector<std::uint8_t> msg(16, 0xff);

@@ -45,12 +45,6 @@ struct TsharkDecode {
     std::vector<std::string> fieldValues(const std::string& name) const;
     // Shown values of `name` joined by ","; empty when absent.
     std::string decodedField(const std::string& name) const;
-    // Raw hex of every field called `name`, in order.
-    std::vector<std::string> fieldHex(const std::string& name) const;
-    // The frame bytes every field called `name` covers (works for fields without a value, such as
-    // bgp.update.path_attributes.unknown).
-    std::vector<std::vector<std::uint8_t>> fieldBytes(const std::string& name) const;
-    bool hasField(const std::string& name) const { return !fieldValues(name).empty(); }
 };
 
 // A BGP UPDATE message: marker, length, type 2, no withdrawn routes, `attributes` (complete

@@ -2,7 +2,6 @@
 #include "OrvBgp/LinkStateAttr.h"
 #include "Routing/RouteScalars.h"
 #include "support/InternContract.h"
-#include "support/TsharkHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -89,15 +88,6 @@ TEST(CommunityLists, TextInTheUsualNotation) {
     EXPECT_EQ(Bgp::LinkStateAttrBase::intern(ls)->toStrep(), "tlv 1026 len 4, trailing 1 bytes");
 }
 
-TEST(CommunityLists, HeaderAndInlineValuesAreTheWholeObject) {
-    auto one = CommList::intern({7});
-    EXPECT_EQ(MelStash::StoreManager::instance().blockSize(one.get()),
-              32u); // 24 + 4, in 8-byte steps
-    std::vector<uint32_t> many(10, 3);
-    auto ten = CommList::intern(many);
-    EXPECT_EQ(MelStash::StoreManager::instance().blockSize(ten.get()), 64u);
-}
-
 TEST(RouteScalars, UnspecifiedIsTheTopBitPattern) {
     MultiExitDiscriminator none;
     EXPECT_FALSE(none.isSpecified());
@@ -107,24 +97,6 @@ TEST(RouteScalars, UnspecifiedIsTheTopBitPattern) {
     EXPECT_NE(MultiExitDiscriminator(0), none);
     EXPECT_EQ(RoutingLocalPref(100).toString(), "100");
     EXPECT_EQ(RedistMetric::unspecified().toString(), "unspecified");
-}
-
-TEST(CommunityLists, TsharkDecodesEveryKind) {
-    if (!OrvTest::tsharkAvailable()) GTEST_SKIP() << OrvTest::kTsharkMissing;
-    Serialize s;
-    // ORIGIN and AS_PATH first, so the UPDATE is one a peer would accept.
-    s.addData(Mel::Bytes::fromHex("400101004002060201000000fd").span());
-    s.addData(Mel::Bytes::fromHex("400304c0000201").span());
-    CommList::intern({0xfde80064, 0xffff0006})->serialize(s);
-    ExtCommList::intern({0x0002fde800000064ULL})->serialize(s);
-    LargeCommList::intern({LargeComm{65000, 1, 2}})->serialize(s);
-    auto d = OrvTest::wrapInUpdate(s.span(), {"bgp.asn_len:4"});
-    ASSERT_TRUE(d.ran) << d.error;
-    EXPECT_TRUE(d.warnings.empty()) << d.text;
-    EXPECT_NE(d.text.find("65000:100"), std::string::npos) << d.text;
-    EXPECT_NE(d.text.find("65000:1:2"), std::string::npos) << d.text;
-    EXPECT_NE(d.text.find("65000:100"), std::string::npos);
-    EXPECT_TRUE(d.hasField("bgp.ext_com.type")) << d.text;
 }
 
 // The shared interning contract, for each list.
