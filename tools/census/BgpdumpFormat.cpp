@@ -1,6 +1,7 @@
 #include "census/BgpdumpFormat.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 
 namespace Census {
@@ -25,9 +26,23 @@ void appendSigned(std::string& out, int64_t v) {
 // The address as the tool formats one of the given family: IPv4 fields print the first four
 // bytes as a dotted quad, IPv6 fields all sixteen, whatever the address really is.
 void appendAs(std::string& out, const IpAddress& a, uint8_t family) {
-    IpAddress x = a;
-    x.family = family;
-    x.appendTo(out);
+    if (family == 6)
+        appendBgpdumpIpv6(out, a.bytes.data());
+    else
+        appendIpv4(out, a.v4Value());
+}
+
+void appendAddress(std::string& out, const IpAddress& a) {
+    if (a.isV6())
+        appendBgpdumpIpv6(out, a.bytes.data());
+    else
+        a.appendTo(out);
+}
+
+void appendPrefix(std::string& out, const Prefix& p) {
+    appendAddress(out, p.address);
+    out.push_back('/');
+    appendUnsigned(out, p.length);
 }
 
 const char* originText(const DecodedAttributes& a) {
@@ -77,9 +92,12 @@ void appendAsPathField(std::string& out, const DecodedAttributes& a, AsPath& scr
     if (!a.merged) return appendBgpdumpAsPath(out, a.asPath);
     const uint32_t keep = a.asPath.hopCount() - a.as4Path.hopCount();
     scratch.clear();
-    const AsPath::Segment& first = a.asPath.segments.front();
-    const bool set = first.type == AsSegmentType::kSet || first.type == AsSegmentType::kConfedSet;
+    // keep > 0 means the AS_PATH has a first segment; an empty one (with an empty AS4_PATH) has
+    // nothing to take.
     for (uint32_t taken = 0; taken < keep;) {
+        const AsPath::Segment& first = a.asPath.segments.front();
+        const bool set =
+            first.type == AsSegmentType::kSet || first.type == AsSegmentType::kConfedSet;
         uint32_t n = set ? first.count : std::min(first.count, keep - taken);
         auto src = a.asPath.asnsOf(first);
         scratch.segments.push_back({first.type, uint32_t(scratch.asns.size()), n});
@@ -114,6 +132,49 @@ void appendRibNextHop(std::string& out, const DecodedAttributes& a) {
 }
 
 } // namespace
+
+void appendBgpdumpIpv6(std::string& out, const uint8_t* b) {
+    uint16_t w[8];
+    for (int i = 0; i < 8; ++i)
+        w[i] = uint16_t((b[2 * i] << 8) | b[2 * i + 1]);
+    int bestBase = -1, bestLen = 0;
+    for (int i = 0; i < 8;) {
+        if (w[i]) {
+            ++i;
+            continue;
+        }
+        int j = i;
+        while (j < 8 && w[j] == 0)
+            ++j;
+        if (j - i > bestLen) bestBase = i, bestLen = j - i;
+        i = j;
+    }
+    if (bestBase == 0 &&
+        (bestLen == 6 || (bestLen == 7 && w[7] != 1) || (bestLen == 5 && w[5] == 0xffff))) {
+        out.append(bestLen == 5 ? "::ffff:" : "::");
+        appendIpv4(out, readBe32(b + 12));
+        return;
+    }
+    static constexpr char kHex[] = "0123456789abcdef";
+    char buf[40];
+    char* p = buf;
+    for (int i = 0; i < 8;) {
+        if (i == bestBase) {
+            *p++ = ':';
+            *p++ = ':';
+            i += bestLen;
+            continue;
+        }
+        if (i && i != bestBase + bestLen) *p++ = ':';
+        int shift = 12;
+        while (shift && !(w[i] >> shift))
+            shift -= 4;
+        for (; shift >= 0; shift -= 4)
+            *p++ = kHex[(w[i] >> shift) & 0xf];
+        ++i;
+    }
+    out.append(buf, size_t(p - buf));
+}
 
 void appendBgpdumpAsPath(std::string& out, const AsPath& path) {
     const size_t start = out.size();
@@ -154,7 +215,8 @@ BgpdumpFormatter::~BgpdumpFormatter() {
 
 void BgpdumpFormatter::flush() {
     if (sink_ && !out_.empty()) {
-        std::fwrite(out_.data(), 1, out_.size(), sink_);
+        if (std::fwrite(out_.data(), 1, out_.size(), sink_) != out_.size() && !writeError_)
+            writeError_ = errno ? errno : EIO;
         out_.clear();
     }
 }
@@ -173,8 +235,9 @@ void BgpdumpFormatter::header(const MrtRecord& rec, bool addPath, bool local, co
     out_.push_back('|');
     appendUnsigned(out_, rec.timestamp);
     if (et) {
-        char buf[8];
-        std::snprintf(buf, sizeof buf, ".%06u", rec.microseconds % 1000000u);
+        // The field as it arrived, at least six digits: a value past 999999 prints whole.
+        char buf[16];
+        std::snprintf(buf, sizeof buf, ".%06u", unsigned(rec.microseconds));
         out_.append(buf);
     }
     out_.push_back('|');
@@ -193,11 +256,11 @@ void BgpdumpFormatter::onPath(const DecodedPath& p) {
     if (p.source == PathSource::RibEntry) {
         if (rec.type == Mrt::kTableDumpV2 && p.safi != kSafiUnicast) return;
         header(rec, p.addPath, false, "B");
-        p.peer.address.appendTo(out_);
+        appendAddress(out_, p.peer.address);
         out_.push_back('|');
         appendUnsigned(out_, p.peer.as);
         out_.push_back('|');
-        p.prefix.appendTo(out_);
+        appendPrefix(out_, p.prefix);
         out_.push_back('|');
         if (p.addPath) {
             appendUnsigned(out_, p.prefix.pathId);
@@ -227,7 +290,7 @@ void BgpdumpFormatter::onPath(const DecodedPath& p) {
     out_.push_back('|');
     appendUnsigned(out_, p.peer.as);
     out_.push_back('|');
-    p.prefix.appendTo(out_);
+    appendPrefix(out_, p.prefix);
     if (p.withdrawal()) {
         if (p.addPath) {
             out_.push_back('|');

@@ -26,6 +26,8 @@ public:
     void onStateChange(const StateChange& s) override;
 
     void flush();
+    // The errno of the first write to the sink that failed; 0 while none has.
+    int writeError() const noexcept { return writeError_; }
     const std::string& text() const noexcept { return out_; }
     uint64_t lines() const noexcept { return lines_; }
 
@@ -39,7 +41,14 @@ private:
     std::string out_;
     AsPath scratch_;
     uint64_t lines_ = 0;
+    int writeError_ = 0;
 };
+
+// An IPv6 address as that tool prints it: the longest run of zero groups becomes "::" even when
+// it is one group long (the first of equal runs), and an address whose first six groups are zero,
+// or the first five zero and the sixth ffff, ends in a dotted quad ("::1" and "::" excepted).
+// The reader's own text (IpAddress::appendTo) keeps the RFC 5952 form.
+void appendBgpdumpIpv6(std::string& out, const uint8_t* bytes16);
 
 // The AS path as that tool prints it: sequences space-separated, "{a,b}" sets, "(a b)"
 // confederation sequences, "[a,b]" confederation sets, cut with "..." past about 7900 characters.

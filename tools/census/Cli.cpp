@@ -77,6 +77,18 @@ void printDecodeCounts(std::FILE* out, const char* title, const DecodeCounts& c,
         }
 }
 
+// Flushes standard output; false, with what was lost and why on err, when any write to it failed
+// (a full disk, a closed pipe). earlier is the errno of a failed write seen before, if any.
+bool finishOutput(std::FILE* out, std::FILE* err, const char* what, int earlier = 0) {
+    errno = 0;
+    const bool flushed = std::fflush(out) == 0;
+    if (flushed && !std::ferror(out) && !earlier) return true;
+    const int e = earlier ? earlier : errno;
+    std::fprintf(err, "bgp-attr-census: writing %s to standard output: %s\n", what,
+                 e ? std::strerror(e) : "write error");
+    return false;
+}
+
 // --dump: the decoder's view only, as bgpdump prints it.
 int runDump(const CliOptions& o, std::FILE* out, std::FILE* err) {
     BgpdumpFormatter formatter(out);
@@ -97,10 +109,7 @@ int runDump(const CliOptions& o, std::FILE* out, std::FILE* err) {
     }
     if (o.files.size() > 1) printDecodeCounts(err, "total", total, totalBytes);
     formatter.flush();
-    if (std::fflush(out) != 0) {
-        std::fprintf(err, "bgp-attr-census: writing the dump: %s\n", std::strerror(errno));
-        status = 1;
-    }
+    if (!finishOutput(out, err, "the dump", formatter.writeError())) status = 1;
     return status;
 }
 
@@ -116,6 +125,7 @@ int runMeasure(const CliOptions& o, std::FILE* out, std::FILE* err) {
         std::fprintf(out, "== %s\n", f.c_str());
         meter.result().print(out);
     }
+    if (!finishOutput(out, err, "the distributions")) status = 1;
     return status;
 }
 
@@ -240,8 +250,7 @@ int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err
     if (o.files.empty()) {
         run.generate({o.paths, o.peers, o.seed});
     } else {
-        for (const std::string& f : o.files) {
-            const FileOutcome& r = run.readFile(f);
+        for (const FileOutcome& r : run.readFiles(o.files)) {
             if (!r.ok) {
                 std::fprintf(err, "bgp-attr-census: %s\n", r.error.c_str());
                 status = 1;
@@ -254,7 +263,7 @@ int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err
         status = 1;
     if (!o.svg.empty() && !writeFile(o.svg, err, [&](std::FILE* f) { report.writeSvg(f); }))
         status = 1;
-    if (std::fflush(out) != 0) status = 1;
+    if (!finishOutput(out, err, "the report")) status = 1;
     if (exitWhenDone) {
         std::fflush(err);
         std::_Exit(status);

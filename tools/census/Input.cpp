@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <memory>
 #include <unistd.h>
 #include <vector>
 
@@ -46,7 +47,7 @@ constexpr size_t kMaxStep = size_t(1) << 30; // what one zlib/bzip2 call may be 
 // caller gives.
 class RawSource {
 public:
-    explicit RawSource(const std::string& path) : buf_(kRawChunk) {
+    explicit RawSource(const std::string& path) {
         if (path == "-") {
             fd_ = STDIN_FILENO;
             owned_ = false;
@@ -121,7 +122,13 @@ private:
     bool owned_ = true;
     bool eof_ = false;
     std::string name_;
-    std::vector<uint8_t> buf_;
+    // Left uninitialised: a small file touches only the pages it fills (one file of a long stream
+    // of five-minute updates is often smaller than the buffer).
+    struct Buffer {
+        std::unique_ptr<uint8_t[]> bytes{new uint8_t[kRawChunk]};
+        uint8_t* data() noexcept { return bytes.get(); }
+        static constexpr size_t size() noexcept { return kRawChunk; }
+    } buf_;
     size_t pos_ = 0;
     size_t end_ = 0;
     uint64_t rawOffset_ = 0;

@@ -128,6 +128,11 @@ public:
     void decode(const MrtRecord& rec);
 
     const DecodeCounts& counts() const noexcept { return counts_; }
+    // Starts on another file: its counts from zero and no peer index, the scratch kept.
+    void startFile() {
+        counts_ = DecodeCounts{};
+        peers_.clear();
+    }
     // Peers of the last PEER_INDEX_TABLE.
     const std::vector<Peer>& peerIndex() const noexcept { return peers_; }
 

@@ -25,8 +25,10 @@ double threadCpuNow() {
     return double(ts.tv_sec) + double(ts.tv_nsec) * 1e-9;
 }
 
-// Records copied out of the reader's buffer, handed to every decoding thread.
+// Records copied out of the reader's buffer, handed to every decoding thread. A batch holds
+// records of one file only.
 struct Batch {
+    size_t file = 0; // index into the files of the run's readFiles()
     std::vector<uint8_t> bytes;
     struct Rec {
         MrtRecord header; // body left empty; (offset, size) into bytes
@@ -171,37 +173,61 @@ void CensusRun::makeWorkers(bool mrt) {
 }
 
 const FileOutcome& CensusRun::readFile(const std::string& path) {
-    makeWorkers(true);
-    tickRate_.start();
-    FileOutcome r = readPipelined(path);
-    r.name = path;
-    r.seconds = tickRate_.stop();
-    seconds_ += r.seconds;
-    files_.push_back(std::move(r));
+    readFiles({path});
     return files_.back();
 }
 
-FileOutcome CensusRun::readPipelined(const std::string& path) {
-    FileOutcome r;
+std::vector<FileOutcome> CensusRun::readFiles(const std::vector<std::string>& paths) {
+    makeWorkers(true);
+    tickRate_.start();
+    std::vector<FileOutcome> r = readPipelined(paths);
+    seconds_ += tickRate_.stop();
+    files_.insert(files_.end(), r.begin(), r.end());
+    return r;
+}
+
+std::vector<FileOutcome> CensusRun::readPipelined(const std::vector<std::string>& paths) {
+    const size_t fileCount = paths.size();
+    std::vector<FileOutcome> r(fileCount);
+    std::vector<uint64_t> expected(fileCount); // decompressed sizes, 0 when unknown
+    for (size_t f = 0; f < fileCount; ++f) {
+        r[f].name = paths[f];
+        expected[f] = Progress::expectedBytes(paths[f]);
+    }
     const unsigned n = opts_.threads;
     std::vector<BatchQueue> queues(n);
-    std::vector<DecodeCounts> counts(n);
-    std::atomic<uint64_t> announced{0};                      // thread 0's paths so far, for the bar
-    const uint64_t expected = Progress::expectedBytes(path); // 0 when unknown
+    // Per thread and file; thread 0's are the file's. A file ends, for the timings, when thread 0
+    // has decoded its last record.
+    std::vector<std::vector<DecodeCounts>> counts(n, std::vector<DecodeCounts>(fileCount));
+    std::vector<std::chrono::steady_clock::time_point> ended(fileCount);
+    const auto began = std::chrono::steady_clock::now();
+    std::atomic<uint64_t> announced{0}; // thread 0's paths so far, for the bar
     std::vector<std::thread> threads;
     for (unsigned i = 0; i < n; ++i)
         threads.emplace_back([&, i] {
             MrtIngest& w = *mrtWorkers_[i];
             MrtDecoder decoder(w);
             MrtRecord rec;
+            size_t file = 0;
             bool sized = false;
+            auto endFile = [&](size_t next) {
+                for (; file < next; ++file) {
+                    counts[i][file] = decoder.counts();
+                    decoder.startFile();
+                    if (i == 0) ended[file] = std::chrono::steady_clock::now();
+                }
+                sized = false;
+            };
             while (auto b = queues[i].pop()) {
-                // A RIB dump is mostly routes: sized from the file at its first RIB record, the
-                // RIB never has to grow while it loads (about 48 bytes of dump per route).
+                if (b->file != file) endFile(b->file);
+                // Sized from the file at its first batch, the RIB does not grow while it loads: a
+                // RIB dump is about 48 bytes a route; an update stream has about 150 bytes of
+                // UPDATEs per route it adds, and the routes of each next file are mostly there.
                 if (!sized && !b->recs.empty()) {
                     const uint16_t type = b->recs.front().header.type;
-                    if (expected && (type == Mrt::kTableDump || type == Mrt::kTableDumpV2))
-                        w.rib().reserve(w.rib().size() + expected / 48 / n);
+                    const bool rib = type == Mrt::kTableDump || type == Mrt::kTableDumpV2;
+                    if (expected[file])
+                        w.rib().reserve(w.rib().size() + expected[file] / (rib ? 48 : 150) / n);
                     sized = true;
                 }
                 for (const Batch::Rec& x : b->recs) {
@@ -211,20 +237,17 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
                 }
                 if (i == 0) announced.store(w.counts().announced, std::memory_order_relaxed);
             }
+            endFile(fileCount);
             w.dropCaches();
-            counts[i] = decoder.counts();
         });
 
-    std::unique_ptr<Progress> bar;
-    if (opts_.progress && (expected >= Progress::kLargeBytes || path == "-"))
-        bar = std::make_unique<Progress>(opts_.progress, path, expected);
     // Small enough that a batch is still in cache when a worker takes it up.
     constexpr size_t kBatchBytes = 256 << 10;
     // Batches go back to a pool when every worker is done with them: fresh ones would cost a page
     // fault per 4 KiB each time.
     std::mutex poolMutex;
     std::vector<std::unique_ptr<Batch>> pool;
-    auto fresh = [&] {
+    auto fresh = [&](size_t file) {
         std::unique_ptr<Batch> b;
         {
             std::lock_guard lock(poolMutex);
@@ -238,6 +261,7 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
             b->bytes.reserve(kBatchBytes + 4096);
             b->recs.reserve(kBatchBytes / 32);
         }
+        b->file = file;
         b->bytes.clear();
         b->recs.clear();
         return std::shared_ptr<Batch>(b.release(), [&](Batch* done) {
@@ -245,43 +269,58 @@ FileOutcome CensusRun::readPipelined(const std::string& path) {
             pool.emplace_back(done);
         });
     };
-    auto batch = fresh();
     // The first batches are small, so the workers start while the reader is still warming up.
     size_t batchBytes = 16 << 10;
-    auto flush = [&] {
+    std::shared_ptr<Batch> batch;
+    auto flush = [&](size_t next) {
         std::shared_ptr<const Batch> b = std::move(batch);
         for (BatchQueue& q : queues)
             q.push(b);
-        batch = fresh();
+        batch = fresh(next);
     };
-    try {
-        MrtReader reader(InputFile::open(path));
-        MrtRecord rec;
-        while (reader.next(rec)) {
-            Batch::Rec x{rec, batch->bytes.size(), rec.body.size()};
-            x.header.body = {};
-            batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
-            batch->recs.push_back(x);
-            if (batch->bytes.size() >= batchBytes || batch->recs.size() == batch->recs.capacity()) {
-                flush();
-                batchBytes = std::min(batchBytes * 2, kBatchBytes);
+    for (size_t f = 0; f < fileCount; ++f) {
+        const std::string& path = paths[f];
+        FileOutcome& out = r[f];
+        batch = fresh(f);
+        std::unique_ptr<Progress> bar;
+        if (opts_.progress && (expected[f] >= Progress::kLargeBytes || path == "-"))
+            bar = std::make_unique<Progress>(opts_.progress, path, expected[f]);
+        try {
+            MrtReader reader(InputFile::open(path));
+            MrtRecord rec;
+            while (reader.next(rec)) {
+                Batch::Rec x{rec, batch->bytes.size(), rec.body.size()};
+                x.header.body = {};
+                batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
+                batch->recs.push_back(x);
+                if (batch->bytes.size() >= batchBytes ||
+                    batch->recs.size() == batch->recs.capacity()) {
+                    flush(f);
+                    batchBytes = std::min(batchBytes * 2, kBatchBytes);
+                }
+                if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
             }
-            if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
+            out.bytes = reader.offset();
+        } catch (const ReadError& e) {
+            out.ok = false;
+            out.error = e.what();
+            out.bytes = e.offset();
         }
-        r.bytes = reader.offset();
-    } catch (const ReadError& e) {
-        r.ok = false;
-        r.error = e.what();
-        r.bytes = e.offset();
+        // What was read before an error is still decoded and kept.
+        if (!batch->recs.empty()) flush(f);
+        batch.reset();
+        if (bar) bar->finalIs(out.bytes, announced.load(std::memory_order_relaxed));
     }
-    // What was read before an error is still decoded and kept.
-    if (!batch->recs.empty()) flush();
     for (BatchQueue& q : queues)
         q.push(nullptr);
     for (std::thread& t : threads)
         t.join();
-    if (bar) bar->finalIs(r.bytes, ingestCounts().announced);
-    r.counts = counts[0];
+    auto last = began;
+    for (size_t f = 0; f < fileCount; ++f) {
+        r[f].counts = counts[0][f];
+        r[f].seconds = std::chrono::duration<double>(ended[f] - last).count();
+        last = ended[f];
+    }
     return r;
 }
 

@@ -138,4 +138,31 @@ recs.append(mrt(T + 13, 16, 9, bgp4mp(4, 64496, 64511, '2001:db8::a', '2001:db8:
 a = ORIGIN(0) + attr(0x40, 2, seg(2, [64496, 64497], 2)) + attr(0x80, 14, bytes([16]) + ip6('2001:db8::c'))
 recs.append(mrt(T + 14, 12, 2, struct.pack('>HH', 0, 1) + ip6('2001:db8:c::') + struct.pack('>BBI', 48, 1, T) + ip6('2001:db8::c') + struct.pack('>HH', 64496, len(a)) + a))
 
+# 12. A 2-byte session whose UPDATE carries an empty AS_PATH and an empty AS4_PATH.
+a = ORIGIN(0) + attr(0x40, 2, b'') + NEXT_HOP('192.0.2.12') + attr(0xc0, 17, b'')
+recs.append(mrt(T + 15, 16, 1, bgp4mp(2, 64496, 64511, '10.0.0.1', '10.0.0.2', update(b'', a, pfx('203.0.113.0/24')))))
+# 12b. Empty AS_PATH with a non-empty AS4_PATH (longer than the AS_PATH), and an AS_SET first.
+a = ORIGIN(0) + attr(0x40, 2, b'') + NEXT_HOP('192.0.2.12') + attr(0xc0, 17, seg(2, [4200000001], 4))
+recs.append(mrt(T + 15, 16, 1, bgp4mp(2, 64496, 64511, '10.0.0.1', '10.0.0.2', update(b'', a, pfx('203.0.113.0/24')))))
+a = (ORIGIN(0) + attr(0x40, 2, seg(1, [64496, 23456], 2) + seg(2, [23456, 23456], 2)) + NEXT_HOP('192.0.2.12')
+     + attr(0xc0, 17, seg(3, [4200000003], 4) + seg(2, [4200000001], 4)))
+recs.append(mrt(T + 15, 16, 1, bgp4mp(2, 64496, 64511, '10.0.0.1', '10.0.0.2', update(b'', a, pfx('203.0.113.0/24')))))
+# 13. IPv6 text: peers, next hops and prefixes with one group of zeros, several equal runs, and
+# IPv4-mapped and -compatible addresses; 4-byte AS numbers where a dotted form could show;
+# large communities, a 4-byte AGGREGATOR, path ids and _ET microseconds at their extremes.
+for peer in ('2001:7f8:30:0:2:1:0:8447', '1:0:0:2:0:0:3:4', '::ffff:192.0.2.13', '::2', '::1', '::', '::ffff:0:0'):
+    recs.append(mrt(T + 16, 16, 0, struct.pack('>HHHH', 65535, 64511, 0, 2) + ip6(peer) + ip6('2001:db8::b') + struct.pack('>HH', 1, 2)))
+mp = (struct.pack('>HBB', 2, 1, 32) + ip6('2001:7f8:30:0:2:1:0:8447') + ip6('fe80::1:0:0:1') + b'\x00'
+      + pfx('2001:7f8:0:1:2::/80') + pfx('::ffff:0:0/96') + pfx('::/0') + pfx('1:0:2::/48'))
+a = (ORIGIN(0) + attr(0x40, 2, seg(2, [65536, 4294967295, 65535, 131072], 4)) + attr(0x80, 14, mp)
+     + attr(0xc0, 7, struct.pack('>I', 4294967295) + ip4('198.51.100.13'))
+     + COMMUNITIES(0xFFFF0001, 0x0000FFFF, 0xFFFFFF04)
+     + attr(0xc0, 32, struct.pack('>III', 4294967295, 0, 65536) + struct.pack('>III', 1, 2, 3)))
+recs.append(mrt(T + 17, 16, 4, bgp4mp(4, 4294967295, 65536, '2001:7f8:30:0:2:1:0:8447', '2001:db8::b', update(b'', a), v6=True)))
+mp = struct.pack('>HBB', 2, 1, 16) + ip6('::ffff:192.0.2.13') + b'\x00' + pfx('2001:db8:d::/48', 0)
+a = ORIGIN(2) + attr(0x40, 2, seg(2, [64496], 4)) + attr(0x80, 14, mp)
+recs.append(mrt(T + 18, 16, 9, bgp4mp(4, 64496, 64511, '::ffff:192.0.2.13', '::2', update(pfx('10.9.0.0/16', 4294967295), a), v6=True)))
+for usec in (0, 999999, 1000000, 4294967295):
+    recs.append(mrt(T + 19, 17, 5, struct.pack('>IIHH', 4200000001, 64511, 0, 1) + ip4('10.0.0.1') + ip4('10.0.0.2') + struct.pack('>HH', 6, 1), usec=usec))
+
 sys.stdout.buffer.write(b''.join(recs))

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <array>
 #include <sstream>
 
 using namespace census_test;
@@ -46,11 +47,52 @@ TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheUpdates2016) {
     expectSameAsBgpdump(path, path + ".bgpdump-m.txt.gz");
 }
 
-// Hand-made records for the corners of the format (segment kinds, AS4 folding, _ET microseconds,
-// signed fields of IPv4 MP_REACH_NLRI, link-local next hops, add-path, _LOCAL, state changes, a
-// cut AS path, TABLE_DUMP_V2 and TABLE_DUMP v6); the expected text is the tool's own output.
+// Hand-made records for the corners of the format (segment kinds, AS4 folding, an empty AS_PATH
+// with an empty AS4_PATH, _ET microseconds past a second, signed fields of IPv4 MP_REACH_NLRI,
+// link-local next hops, IPv6 text with single zero groups and mapped addresses, 4-byte AS numbers,
+// add-path, _LOCAL, state changes, a cut AS path, TABLE_DUMP_V2 and TABLE_DUMP v6); the expected
+// text is the tool's own output.
 TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheEdgeCases) {
     expectSameAsBgpdump(testData("edge_cases.mrt"), testData("edge_cases.mrt.bgpdump-m.txt"));
+}
+
+// What that tool printed for each address (as a BGP4MP state change's peer): every rule of its
+// IPv6 text, one row or more each.
+TEST(BgpdumpFormat, Ipv6TextAsThatToolPrintsIt) {
+    struct Case {
+        std::array<uint16_t, 8> groups;
+        const char* text;
+    } cases[] = {
+        {{0x2001, 0x7f8, 0x30, 0, 2, 1, 0, 0x8447}, "2001:7f8:30::2:1:0:8447"},
+        {{0, 0, 0, 0, 0, 0, 0, 2}, "::0.0.0.2"},
+        {{0, 0, 0, 0, 0, 0, 1, 0}, "::0.1.0.0"},
+        {{0, 0, 0, 0, 0, 0, 0xffff, 0}, "::255.255.0.0"},
+        {{0, 0, 0, 0, 0, 0xffff, 1, 0}, "::ffff:0.1.0.0"},
+        {{0, 0, 0, 0, 0, 0xffff, 0xc000, 0x206}, "::ffff:192.0.2.6"},
+        {{0, 0, 0, 0, 0, 0, 0xc000, 0x206}, "::192.0.2.6"},
+        {{0, 0, 0, 0, 0xffff, 0, 0xc000, 0x206}, "::ffff:0:c000:206"},
+        {{0, 0, 0, 0, 0, 0xfffe, 0x102, 0x304}, "::fffe:102:304"},
+        {{0, 0, 0, 0, 1, 0xffff, 1, 2}, "::1:ffff:1:2"},
+        {{0, 0, 0, 0, 0, 0, 0, 1}, "::1"},
+        {{0, 0, 0, 0, 0, 0, 0, 0}, "::"},
+        {{1, 0, 0, 2, 0, 0, 3, 4}, "1::2:0:0:3:4"},
+        {{1, 0, 0, 2, 0, 0, 0, 3}, "1:0:0:2::3"},
+        {{0, 0, 0, 1, 0, 0, 0, 0}, "0:0:0:1::"},
+        {{1, 2, 3, 4, 5, 6, 7, 0}, "1:2:3:4:5:6:7::"},
+        {{0xfe80, 0, 0, 0, 1, 0, 0, 1}, "fe80::1:0:0:1"},
+        {{0xabcd, 0xef01, 0x2345, 0x6789, 0xabcd, 0xef01, 0x2345, 0x6789},
+         "abcd:ef01:2345:6789:abcd:ef01:2345:6789"},
+    };
+    for (const Case& c : cases) {
+        uint8_t bytes[16];
+        for (int i = 0; i < 8; ++i) {
+            bytes[2 * i] = uint8_t(c.groups[i] >> 8);
+            bytes[2 * i + 1] = uint8_t(c.groups[i]);
+        }
+        std::string text;
+        appendBgpdumpIpv6(text, bytes);
+        EXPECT_EQ(text, c.text);
+    }
 }
 
 TEST(BgpdumpFormat, AsPathText) {

@@ -38,16 +38,18 @@ std::string slurp(std::FILE* f) {
     return s;
 }
 
-Outcome runTool(std::vector<std::string> args) {
+// The tool's run with standard output to a temporary file, or to `out` when given (then out is
+// left empty in the outcome).
+Outcome runTool(std::vector<std::string> args, std::FILE* out = nullptr) {
     args.insert(args.begin(), "bgp-attr-census");
     args.push_back("--no-progress");
     std::vector<const char*> argv;
     for (const std::string& a : args)
         argv.push_back(a.c_str());
-    std::FILE* out = std::tmpfile();
+    std::FILE* captured = out ? nullptr : std::tmpfile();
     std::FILE* err = std::tmpfile();
-    int status = censusMain(int(argv.size()), argv.data(), out, err);
-    return {status, slurp(out), slurp(err)};
+    int status = censusMain(int(argv.size()), argv.data(), out ? out : captured, err);
+    return {status, captured ? slurp(captured) : std::string(), slurp(err)};
 }
 
 // A small strict JSON reader: validates the text and collects "a.b.c" -> number for every number
@@ -263,6 +265,29 @@ TEST(CensusTool, UnreadableInputEndsNonZeroKeepingWhatCameBefore) {
     EXPECT_NE(o.out.find("READ ERROR"), std::string::npos);
 }
 
+// Standard output or a named output on a full device: status 1 and a line saying what was lost.
+TEST(CensusTool, UnwritableOutputEndsNonZeroSayingWhatFailed) {
+    const std::string edge = testData("edge_cases.mrt");
+    struct Case {
+        std::vector<std::string> args;
+        bool stdoutFull;
+        std::string message;
+    } cases[] = {
+        {{"--dump", edge}, true, "writing the dump to standard output: No space left on device"},
+        {{edge}, true, "writing the report to standard output: No space left on device"},
+        {{"--measure-distributions", edge}, true, "writing the distributions to standard output"},
+        {{edge, "--json", "/dev/full"}, false, "writing /dev/full: No space left on device"},
+    };
+    for (const Case& c : cases) {
+        std::FILE* full = c.stdoutFull ? std::fopen("/dev/full", "w") : nullptr;
+        if (c.stdoutFull && !full) GTEST_SKIP() << "no /dev/full";
+        Outcome o = runTool(c.args, full);
+        if (full) std::fclose(full);
+        EXPECT_EQ(o.status, 1) << c.args[0];
+        EXPECT_NE(o.err.find("bgp-attr-census: " + c.message), std::string::npos) << o.err;
+    }
+}
+
 TEST(CensusTool, DamagedDumpsNeverCrashAndFailOnlyWhenUnreadable) {
     TempDir tmp;
     std::vector<std::pair<std::string, Bytes>> bases;
@@ -330,6 +355,50 @@ TEST(CensusToolConcurrent, TwoThreadsHoldTheSameRoutesAndSets) {
     std::vector<uint64_t> one = figures(1), two = figures(2);
     EXPECT_EQ(one, two);
     EXPECT_GT(one[0], 0u);
+}
+
+// Several files in one run (one pipeline, caches kept from file to file) against the same files
+// read one call each: per file the same counts, outcome and bytes, and the same RIB at the end.
+// The split falls after the PEER_INDEX_TABLE, so the second part's RIB entries must not see it;
+// a cut file in the middle fails alone.
+TEST(CensusToolConcurrent, FilesInOneRunAreTheFilesReadOneByOne) {
+    TempDir tmp;
+    const std::string edge = testData("edge_cases.mrt");
+    std::vector<size_t> ends;
+    const Bytes all = firstRecords(edge, 1 << 20, &ends);
+    const size_t half = ends[ends.size() / 2 + 4];
+    const std::vector<std::string> files = {tmp.path("a.mrt"), tmp.path("cut.mrt"),
+                                            tmp.path("b.mrt"), tmp.path("a-again.mrt")};
+    writeFile(files[0], Bytes(all.begin(), all.begin() + long(half)));
+    writeFile(files[1], Bytes(all.begin(), all.begin() + long(ends[2] + 7)));
+    writeFile(files[2], Bytes(all.begin() + long(half), all.end()));
+    writeFile(files[3], Bytes(all.begin(), all.begin() + long(half)));
+    auto perFile = [](const FileOutcome& f) {
+        const DecodeCounts& c = f.counts;
+        return std::vector<uint64_t>{
+            f.ok,          f.bytes,        c.records,          c.ribEntries,   c.announcements,
+            c.withdrawals, c.stateChanges, c.malformedRecords, c.unusablePaths};
+    };
+    auto figures = [&](unsigned threads, bool oneCall) {
+        CensusRun run(RunOptions{threads, true, nullptr});
+        if (oneCall)
+            run.readFiles(files);
+        else
+            for (const std::string& f : files)
+                run.readFile(f);
+        Report r = Report::gather(run);
+        std::vector<uint64_t> out{r.routes,           r.inSets,      r.outSets,
+                                  r.ingest.announced, r.rib.removed, r.roundTrip.paths};
+        for (const FileOutcome& f : run.files()) {
+            auto v = perFile(f);
+            out.insert(out.end(), v.begin(), v.end());
+        }
+        return out;
+    };
+    const std::vector<uint64_t> byOne = figures(1, false);
+    EXPECT_EQ(figures(1, true), byOne);
+    EXPECT_EQ(figures(2, true), byOne);
+    EXPECT_EQ(byOne[6 + 9], 0u) << "the cut file reads as failed";
 }
 
 TEST(CensusToolConcurrent, SyntheticTableOnTwoThreadsIsTheOneOfOneThread) {
