@@ -101,6 +101,13 @@ uint32_t AsPath::hopCount() const {
     return n;
 }
 
+uint32_t AsPath::pathLength() const {
+    uint32_t n = 0;
+    for (const Segment& s : segments)
+        n += s.type == AsSegmentType::kSet ? 1 : s.type == AsSegmentType::kSequence ? s.count : 0;
+    return n;
+}
+
 void AsPath::appendTo(std::string& out) const {
     bool firstSeg = true;
     for (const Segment& s : segments) {
@@ -177,6 +184,7 @@ void DecodedAttributes::clear() {
     mpUnreachPrefixes.clear();
     present = {};
     merged = false;
+    foldedForDump = false;
     useAs4Aggregator = false;
     mergedAsPath.clear();
 }
@@ -406,23 +414,28 @@ void AttributeDecoder::mergeAs4() {
         a_.useAs4Aggregator = true;
     }
     if (!a_.has(AttrType::kAs4Path) || !a_.has(AttrType::kAsPath)) return;
-    const uint32_t total = a_.asPath.hopCount();
-    const uint32_t tail = a_.as4Path.hopCount();
+    a_.foldedForDump = a_.asPath.hopCount() >= a_.as4Path.hopCount();
+    const uint32_t total = a_.asPath.pathLength();
+    const uint32_t tail = a_.as4Path.pathLength();
     if (total < tail) return;
     const uint32_t keep = total - tail;
     AsPath& m = a_.mergedAsPath;
     m.clear();
     uint32_t taken = 0;
     for (const AsPath::Segment& s : a_.asPath.segments) {
-        if (taken >= keep) break;
-        bool set = s.type == AsSegmentType::kSet || s.type == AsSegmentType::kConfedSet;
-        uint32_t n = set ? s.count : std::min(s.count, keep - taken);
+        const bool confed =
+            s.type == AsSegmentType::kConfedSequence || s.type == AsSegmentType::kConfedSet;
+        if (!confed && taken >= keep) break;
+        const bool set = s.type == AsSegmentType::kSet;
+        const uint32_t n = confed || set ? s.count : std::min(s.count, keep - taken);
         m.segments.push_back({s.type, uint32_t(m.asns.size()), n});
         auto src = a_.asPath.asnsOf(s);
         m.asns.insert(m.asns.end(), src.begin(), src.begin() + n);
-        taken += set ? 1 : n;
+        if (!confed) taken += set ? 1 : n;
     }
     for (const AsPath::Segment& s : a_.as4Path.segments) {
+        if (s.type == AsSegmentType::kConfedSequence || s.type == AsSegmentType::kConfedSet)
+            continue;
         m.segments.push_back({s.type, uint32_t(m.asns.size()), s.count});
         auto src = a_.as4Path.asnsOf(s);
         m.asns.insert(m.asns.end(), src.begin(), src.end());

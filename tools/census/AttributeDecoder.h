@@ -115,10 +115,12 @@ struct AsPath {
     std::span<const uint32_t> asnsOf(const Segment& s) const {
         return {asns.data() + s.first, s.count};
     }
-    // Path length as AS4_PATH reconstruction counts it (RFC 6793 4.2.3, in the form dump tools
-    // use): a set counts one, a sequence its members; confederation segments count like the
-    // plain ones.
+    // Path length in the form dump tools use when they fold AS4_PATH in: a set counts one, a
+    // sequence its members; confederation segments count like the plain ones.
     uint32_t hopCount() const;
+    // Path length as BGP counts it (RFC 4271 9.1.2.2, RFC 5065 5.3): as hopCount, but
+    // confederation segments count nothing.
+    uint32_t pathLength() const;
     // "1 2 {3,4} (5 6) [7,8]"
     void appendTo(std::string& out) const;
     std::string toString() const;
@@ -218,8 +220,10 @@ struct DecodedAttributes {
     bool has(uint8_t type) const noexcept { return (present[type >> 6] >> (type & 63)) & 1; }
 
     // The AS path after folding in AS4_PATH where the session spoke 2-byte AS numbers (RFC 6793
-    // 4.2.3): the leading part of AS_PATH that AS4_PATH does not cover, then AS4_PATH. Ignored
-    // (AS_PATH as received) when AGGREGATOR names an AS other than AS_TRANS beside an
+    // 4.2.3): AS_PATH's confederation segments and the leading part of its other segments that
+    // AS4_PATH does not cover, then AS4_PATH without its confederation segments (an AS4_PATH may
+    // not carry them: they are discarded on receipt, RFC 6793 6). Lengths count as pathLength().
+    // Ignored (AS_PATH as received) when AGGREGATOR names an AS other than AS_TRANS beside an
     // AS4_AGGREGATOR, or AS4_PATH is the longer.
     const AsPath& effectiveAsPath() const noexcept { return merged ? mergedAsPath : asPath; }
     // AGGREGATOR, or AS4_AGGREGATOR in its place when AGGREGATOR holds AS_TRANS on a 2-byte
@@ -230,6 +234,9 @@ struct DecodedAttributes {
 
     std::array<uint64_t, 4> present{};
     bool merged = false;
+    // Whether a dump tool folds AS4_PATH into this AS_PATH the way --dump prints it: the same
+    // conditions as `merged`, lengths counted by hopCount().
+    bool foldedForDump = false;
     bool useAs4Aggregator = false;
     AsPath mergedAsPath;
 

@@ -89,7 +89,7 @@ void appendTail(std::string& out, const DecodedAttributes& a) {
 // covers the part.
 void appendAsPathField(std::string& out, const DecodedAttributes& a, AsPath& scratch) {
     if (!a.has(AttrType::kAsPath)) return;
-    if (!a.merged) return appendBgpdumpAsPath(out, a.asPath);
+    if (!a.foldedForDump) return appendBgpdumpAsPath(out, a.asPath);
     const uint32_t keep = a.asPath.hopCount() - a.as4Path.hopCount();
     scratch.clear();
     // keep > 0 means the AS_PATH has a first segment; an empty one (with an empty AS4_PATH) has
