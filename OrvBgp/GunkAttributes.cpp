@@ -31,15 +31,22 @@ uint32_t GunkPathAttrContent::hash() const noexcept {
     return GunkPathAttr::hashOf(attrType, attrFlags, attrLength, gunkAttrData);
 }
 
-GunkPathAttr::GunkPathAttr(const GunkPathAttrContent& c) noexcept
-    : attrType_(c.attrType), attrFlags_(c.attrFlags), attrLength_(c.attrLength) {
-    hashIs(c.hash());
-    if (attrLength_) std::memcpy(data_, c.gunkAttrData.data(), attrLength_);
+GunkPathAttr::GunkPathAttr(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
+                           std::span<const uint8_t> data) noexcept
+    : attrType_(attrType), attrFlags_(attrFlags), attrLength_(attrLength) {
+    ORV_ASSERT(data.size() == attrLength);
+    // The data goes in after the object: its block must have the room.
+    ORV_ASSERT(MelStash::StoreManager::contains(this) &&
+               MelStash::StoreManager::instance().blockSize(this) >=
+                   sizeof(GunkPathAttr) + attrLength);
+    hashIs(hashOf(attrType, attrFlags, attrLength, data));
+    if (attrLength_) std::memcpy(data_, data.data(), attrLength_);
 }
 
 GunkPathAttr* GunkPathAttr::make(const GunkPathAttrContent& c) {
     ORV_ASSERT(c.gunkAttrData.size() == c.attrLength);
-    return new (MelStash::ExtraBytes{c.attrLength}) GunkPathAttr(c);
+    return new (MelStash::ExtraBytes{c.attrLength})
+        GunkPathAttr(c.attrType, c.attrFlags, c.attrLength, c.gunkAttrData);
 }
 
 Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
@@ -122,6 +129,13 @@ struct GunkContentEq {
     }
 };
 } // namespace
+
+Mel::PtrConst<GunkPathAttr> gunkPathAttrFactory(uint8_t attrType, uint8_t attrFlags,
+                                                uint16_t attrLength,
+                                                std::span<const uint8_t> data) {
+    return GunkPathAttrDedupTable::instance().findOrCreate(
+        GunkPathAttrContent(attrType, attrFlags, attrLength, data));
+}
 
 Mel::PtrConst<GunkPathAttr> GunkPathAttrDedupTable::find(const GunkPathAttrContent& content) const {
     return DedupTable::find(content.hash(), content, GunkContentEq{});

@@ -53,12 +53,19 @@ public:
     static uint32_t hashOf(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
                            std::span<const uint8_t> data) noexcept;
 
+    // The attribute as received. Its data lives inline, after the object, so the object must be
+    // allocated with room for it (GunkPathAttrIs and the table do so); data.size() must equal
+    // attrLength:
+    //   new (MelStash::ExtraBytes{data.size()}) GunkPathAttr(200, 0xc0, 3, data)
+    GunkPathAttr(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
+                 std::span<const uint8_t> data) noexcept;
     GunkPathAttr(const GunkPathAttr&) = delete;
 
     uint8_t attrType() const noexcept { return attrType_; }
     uint8_t attrFlags() const noexcept { return attrFlags_; }
     uint16_t attrLength() const noexcept { return attrLength_; }
     std::span<const uint8_t> gunkAttrData() const noexcept { return {data_, attrLength_}; }
+    // The data as an owned byte string.
     Mel::Bytes gunkAttrDataBytes() const { return Mel::Bytes(data_, attrLength_); }
     bool transitive() const noexcept { return attrFlags_ & 0x40; }
 
@@ -81,7 +88,6 @@ private:
                                                  std::span<const uint8_t>);
     friend class GunkPathAttrDedupTable;
     static GunkPathAttr* make(const GunkPathAttrContent& c);
-    explicit GunkPathAttr(const GunkPathAttrContent& c) noexcept;
 
     uint8_t attrType_;
     uint8_t attrFlags_;
@@ -96,6 +102,10 @@ inline Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t attrType, uint8_t attrFlags
                                              uint16_t attrLength, const Mel::Bytes& data) {
     return GunkPathAttrIs(attrType, attrFlags, attrLength, data.span());
 }
+
+// The interned attribute (type, flags, length, data), in GunkPathAttrDedupTable::instance().
+Mel::PtrConst<GunkPathAttr> gunkPathAttrFactory(uint8_t attrType, uint8_t attrFlags,
+                                                uint16_t attrLength, std::span<const uint8_t> data);
 
 class GunkPathAttrDedupTable : public Keel::DedupTable<GunkPathAttr> {
 public:

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 #include <vector>
 
@@ -123,6 +124,51 @@ TEST(PmsiTunnel, ClassesSharingATableStayApart) {
     auto mldp = pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0, addr("192.0.2.1"), 1);
     EXPECT_EQ(mldp->castToMldpP2mpGenericLspId(), mldp.get());
     EXPECT_EQ(mldp->castToPim(), nullptr);
+}
+
+// A label keeps its 20 bits everywhere: every class interns 0x123456 as 0x23456, shows 144470 and
+// writes 0x23456 in the label field.
+TEST(PmsiTunnel, LabelKeepsTwentyBitsInIdentityTextAndWire) {
+    struct Case {
+        const char* name;
+        std::function<Mel::PtrConst<PmsiTunnel>(uint32_t)> make;
+    };
+    const Case cases[] = {
+        {"general",
+         [](uint32_t l) {
+             return pmsiTunnelGeneralFactory(Flags(), PmsiTunnel::tunnelTypeRsvpTeP2mpLsp, l,
+                                             identifier("0a000001"));
+         }},
+        {"pim",
+         [](uint32_t l) {
+             return pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSmTree, l,
+                                         addr("192.0.2.1"), addr("232.1.1.1"));
+         }},
+        {"ingress replication",
+         [](uint32_t l) {
+             return pmsiTunnelIngressReplicationFactory(Flags(), l, addr("10.0.0.1"));
+         }},
+        {"mldp",
+         [](uint32_t l) {
+             return pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), l, addr("192.0.2.1"), 9);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto wide = c.make(0x123456);
+        auto narrow = c.make(0x23456);
+        EXPECT_EQ(wide.get(), narrow.get());
+        EXPECT_EQ(wide->mplsLabel(), 0x23456u);
+        EXPECT_NE(wide->toStrepForUI().find("MPLS Label: 144470,"), std::string::npos);
+        EXPECT_NE(wide->toStrep().find("mplsLabel=144470"), std::string::npos);
+        // Header (3 bytes), flags, type, then the label field: 0x23456 in its high 20 bits.
+        EXPECT_EQ(wide->serialize().toHex().substr(10, 6), "234560");
+        EXPECT_EQ(wide->content(), narrow->content());
+    }
+    PmsiTunnelContent c(PmsiTunnel::tunnelTypeIngressReplication, Flags(), 0x123456);
+    EXPECT_EQ(c.mplsLabel(), 0x23456u);
+    c.mplsLabelIs(0xfff00001);
+    EXPECT_EQ(c.mplsLabel(), 1u);
 }
 
 // ---- Wire forms
