@@ -146,6 +146,9 @@ struct EndpointTraits {
         return endpointSubTlvFactory(c);
     }
     static size_t tableSize() { return EndpointSubTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<EndpointSubTlv>& p) {
+        return EndpointSubTlvDedupTable::instance().dedup(p);
+    }
 };
 
 struct ColorTraits {
@@ -157,6 +160,9 @@ struct ColorTraits {
         return colorSubTlvFactory(c);
     }
     static size_t tableSize() { return ColorSubTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<ColorSubTlv>& p) {
+        return ColorSubTlvDedupTable::instance().dedup(p);
+    }
 };
 
 struct UnparsedSubTlvTraits {
@@ -169,6 +175,9 @@ struct UnparsedSubTlvTraits {
         return unparsedSubTlvFactory(c);
     }
     static size_t tableSize() { return UnparsedSubTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<UnparsedSubTlv>& p) {
+        return UnparsedSubTlvDedupTable::instance().dedup(p);
+    }
 };
 
 using TunnelEncapTypes = ::testing::Types<UnparsedTlvTraits, VxlanTraits, TunnelEncapTraits,

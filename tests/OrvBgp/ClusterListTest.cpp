@@ -453,6 +453,9 @@ struct ClusterListTraits {
         return clusterListFactory(c);
     }
     static size_t tableSize() { return ClusterListDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<ClusterList>& p) {
+        return ClusterListDedupTable::instance().dedup(p);
+    }
 };
 
 struct BgpClusterIdSetTraits {

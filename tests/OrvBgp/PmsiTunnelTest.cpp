@@ -39,6 +39,9 @@ struct IdentifierTraits {
         return pmsiTunnelIdentifierFactory(b);
     }
     static size_t tableSize() { return PmsiTunnelIdentifierDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelIdentifier>& p) {
+        return PmsiTunnelIdentifierDedupTable::instance().dedup(p);
+    }
 };
 
 struct GeneralTraits {
@@ -58,6 +61,9 @@ struct GeneralTraits {
                                         c.id.empty() ? nullptr : pmsiTunnelIdentifierFactory(c.id));
     }
     static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
+        return PmsiTunnelDedupTable::instance().dedup(p);
+    }
 };
 
 struct PimTraits {
@@ -74,6 +80,9 @@ struct PimTraits {
         return pmsiTunnelPimFactory(c);
     }
     static size_t tableSize() { return PmsiTunnelPimDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelPim>& p) {
+        return PmsiTunnelPimDedupTable::instance().dedup(p);
+    }
 };
 
 struct IngressReplicationTraits {
@@ -86,6 +95,9 @@ struct IngressReplicationTraits {
         return pmsiTunnelIngressReplicationFactory(Flags(), c.first, c.second);
     }
     static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
+        return PmsiTunnelDedupTable::instance().dedup(p);
+    }
 };
 
 struct MldpTraits {
@@ -97,6 +109,9 @@ struct MldpTraits {
     }
     static size_t tableSize() {
         return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().size();
+    }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelMldpP2mpGenericLspId>& p) {
+        return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().dedup(p);
     }
 };
 

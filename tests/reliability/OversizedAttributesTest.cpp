@@ -3,6 +3,7 @@
 // goes on.
 #include "EveryAttributeHelpers.h"
 
+#include "OrvBgp/BgpPathAttrType.h"
 #include "Serialize/Serialize.h"
 
 #include <gtest/gtest.h>
