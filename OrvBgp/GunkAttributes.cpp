@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ostream>
+#include <typeinfo>
 #include <sstream>
 
 namespace Routing::Bgp {
@@ -223,6 +224,55 @@ Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::dedup() const {
 
 Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::dedup(GunkPathAttrListDedupTable& table) const {
     return table.dedup(Mel::PtrConst<GunkPathAttrList>(this));
+}
+
+// ---- stored attributes and lists
+
+namespace {
+const bool stashReadersRegistered = [] {
+    static const GunkPathAttrStashReader attrReader;
+    static const GunkPathAttrListStashReader listReader;
+    MelStash::StashReaderRegistry::registerReader(typeid(GunkPathAttr), &attrReader);
+    MelStash::StashReaderRegistry::registerReader(typeid(GunkPathAttrList), &listReader);
+    return true;
+}();
+
+template <class Reader>
+const Reader& readerOf(const void* stored) {
+    ORV_ASSERT(nullptr != stored);
+    const auto* obj = static_cast<const Keel::DedupHandleBase*>(stored);
+    const auto* reader = MelStash::StashReaderRegistry::readerFor<Reader>(typeid(*obj));
+    ORV_ASSERT(nullptr != reader);
+    return *reader;
+}
+} // namespace
+
+Mel::PtrConst<GunkPathAttr> GunkPathAttrStashReader::destash(const void* stored,
+                                                             MelStash::StoreManager::RawPtr) const {
+    const auto* a =
+        static_cast<const GunkPathAttr*>(static_cast<const Keel::DedupHandleBase*>(stored));
+    return gunkPathAttrFactory(a->attrType(), a->attrFlags(), a->attrLength(), a->gunkAttrData());
+}
+
+Mel::PtrConst<GunkPathAttrList>
+GunkPathAttrListStashReader::destash(const void* stored,
+                                     MelStash::StoreManager::RawPtr store) const {
+    const auto* l =
+        static_cast<const GunkPathAttrList*>(static_cast<const Keel::DedupHandleBase*>(stored));
+    Mel::Ptr<GunkPathAttrList> list(new GunkPathAttrList);
+    for (const GunkPathAttrList::Entry& e : *l)
+        list->gunkIs(GunkPathAttr::destash(e.get(), store));
+    return list->dedup();
+}
+
+Mel::PtrConst<GunkPathAttr> GunkPathAttr::destash(const void* stored,
+                                                  MelStash::StoreManager::RawPtr store) {
+    return readerOf<GunkPathAttrStashReader>(stored).destash(stored, store);
+}
+
+Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::destash(const void* stored,
+                                                          MelStash::StoreManager::RawPtr store) {
+    return readerOf<GunkPathAttrListStashReader>(stored).destash(stored, store);
 }
 
 void GunkPathAttrList::serialize(PathAttributesSerializeStoreMethodBase& store) const {

@@ -13,6 +13,7 @@
 #include "Mel/Ptr.h"
 #include "Mel/String.h"
 #include "MelStash/CompressedStashSmartPtr.h"
+#include "MelStash/StashReader.h"
 #include "MelStash/StoreManager.h"
 
 #include <boost/container/small_vector.hpp>
@@ -82,6 +83,11 @@ public:
     bool compare(const Keel::DedupHandleBase* other) const override;
     bool compareByContent(const Keel::DedupContentHandle& content) const override;
     bool equals(const GunkPathAttrContent& c) const noexcept;
+
+    // `stored` is the address of a stored GunkPathAttr; its value is interned in
+    // GunkPathAttrDedupTable::instance().
+    static Mel::PtrConst<GunkPathAttr> destash(const void* stored,
+                                               MelStash::StoreManager::RawPtr store);
 
 private:
     friend Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t, uint8_t, uint16_t,
@@ -158,6 +164,11 @@ public:
     void serialize(PathAttributesSerializeStoreMethodBase& store) const;
     Mel::String toStrep() const;
 
+    // `stored` is the address of a stored GunkPathAttrList; the list of the same attributes is
+    // interned in GunkPathAttrListDedupTable::instance().
+    static Mel::PtrConst<GunkPathAttrList> destash(const void* stored,
+                                                   MelStash::StoreManager::RawPtr store);
+
 private:
     void assertEditable() const noexcept;
     // Walks the entries: null past the last.
@@ -171,6 +182,19 @@ class GunkPathAttrListDedupTable : public Keel::DedupTable<GunkPathAttrList> {
 public:
     using DedupTable::DedupTable;
     static GunkPathAttrListDedupTable& instance();
+};
+
+// Read a stored attribute, or list, back; registered for typeid(GunkPathAttr) and
+// typeid(GunkPathAttrList).
+class GunkPathAttrStashReader : public MelStash::StashReaderBase {
+public:
+    virtual Mel::PtrConst<GunkPathAttr> destash(const void* stored,
+                                                MelStash::StoreManager::RawPtr store) const;
+};
+class GunkPathAttrListStashReader : public MelStash::StashReaderBase {
+public:
+    virtual Mel::PtrConst<GunkPathAttrList> destash(const void* stored,
+                                                    MelStash::StoreManager::RawPtr store) const;
 };
 
 std::ostream& operator<<(std::ostream& os, const GunkPathAttr* attr);

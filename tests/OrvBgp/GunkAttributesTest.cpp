@@ -188,6 +188,25 @@ TEST(GunkPathAttrList, TsharkDecodesUnknownAttributes) {
     EXPECT_EQ(data[3], d300);
 }
 
+// A stored attribute or list reads back as the interned object of its value, whichever table holds
+// the stored one; another stored class has no reader.
+TEST(GunkPathAttrList, StoredObjectsReadBackInterned) {
+    auto& store = MelStash::StoreManager::instance();
+    auto a = gunk(200, 0xc0, {1, 2, 3});
+    Mel::Ptr<GunkPathAttrList> l(new GunkPathAttrList);
+    l->gunkIs(a);
+    l->gunkIs(gunk(150, 0x80, {}));
+    auto list = l->dedup();
+    EXPECT_EQ(GunkPathAttr::destash(a.get(), &store).get(), a.get());
+    EXPECT_EQ(GunkPathAttrList::destash(list.get(), &store).get(), list.get());
+    GunkPathAttrDedupTable other("GunkPathAttrTestTable");
+    auto elsewhere = other.findOrCreate(GunkPathAttrContent(200, 0xc0, 3, a->gunkAttrData()));
+    EXPECT_NE(elsewhere.get(), a.get());
+    EXPECT_EQ(GunkPathAttr::destash(elsewhere.get(), &store).get(), a.get());
+    EXPECT_DEATH(GunkPathAttr::destash(list.get(), &store), "nullptr != reader");
+    EXPECT_DEATH(GunkPathAttrList::destash(a.get(), &store), "nullptr != reader");
+}
+
 TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared) {
     auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
     auto l = listOf({Mel::PtrConst<GunkPathAttr>(loose)});
