@@ -151,9 +151,14 @@ AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
             prepend = Prepend::newSegment;
         }
     }
-    // Into the first confederation segment; with none, into the first ordinary one instead.
+    // Into the first confederation segment; with none, into the first ordinary one instead. A
+    // member AS may have aggregated into an AS_CONFED_SET, which never takes the local AS: it gets
+    // a new AS_CONFED_SEQUENCE in front of it.
     if (prepend == Prepend::intoFirstConfed && confedRun.empty())
         prepend = Prepend::intoFirstOrdinary;
+    else if (prepend == Prepend::intoFirstConfed &&
+             confedRun.begin()->segmentType() == AsSegmentType::asConfedSet_)
+        prepend = Prepend::newSegment;
 
     // Calls f(segment, local AS to prepend or 0, isOrdinary) for every segment written, in order;
     // the new segment is an empty sequence of the local-AS type with the local AS prepended.

@@ -6,6 +6,7 @@
 #include "Keel/HashMix.h"
 #include "Mel/Exception.h"
 #include "Mel/Reflect.h"
+#include "Mel/ValueParser.h"
 #include "OrvBgp/BgpPathAttrType.h"
 #include "Serialize/Serialize.h"
 #include "Tracelet/Tracelet.h"
@@ -412,6 +413,13 @@ void melFormat(std::ostream& os, const Mel::PtrConst<TunnelEncapTlvBase>& tlv) {
         os << "None";
     else
         Mel::formatQuoted(os, tlv->toStrep());
+}
+
+void melParse(Mel::ValueParser& p, Mel::PtrConst<TunnelEncapTlvBase>&) {
+    p.skipBlanks();
+    throw Mel::NotSupportedException("Not supported: at offset " + std::to_string(p.offset()) +
+                                     ": a tunnel encapsulation TLV does not read back from its "
+                                     "text");
 }
 
 std::ostream& operator<<(std::ostream& os, const TunnelEncapContent& c) {

@@ -300,8 +300,10 @@ private:
 };
 
 // In the Value form a TLV prints as its formatDerivedType text, quoted; that form does not read
-// back (Mel::NotSupportedException), since the text does not say which class to build.
+// back, since the text does not say which class to build: reading it throws
+// Mel::NotSupportedException, "Not supported: ...".
 void melFormat(std::ostream& os, const Mel::PtrConst<TunnelEncapTlvBase>& tlv);
+void melParse(Mel::ValueParser& p, Mel::PtrConst<TunnelEncapTlvBase>& tlv);
 
 // Same length and, index by index, the same TLV objects.
 bool tunnelEncapCompareImpl(const TunnelEncapContent& a, const TunnelEncapContent& b) noexcept;

@@ -8,6 +8,7 @@
 #include "Mel/Reflect.h"
 #include "Mel/ValueParser.h"
 #include "Serialize/Serialize.h"
+#include "Tracelet/Tracelet.h"
 
 #include <boost/describe/enumerators.hpp>
 #include <boost/mp11/algorithm.hpp>
@@ -137,6 +138,7 @@ Mel::PtrConst<EndpointSubTlv> EndpointSubTlv::intern(const EndpointSubTlvContent
 }
 
 void EndpointSubTlv::serializeInto(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: EndpointSubTlv::serialize()");
     SerializedBgpTunnelEncapSubTlv(subTlvType(), subTlvLen()).appendTo(s);
     s.addU32hton(0);
     s.addU16hton(uint16_t(address_.af()));
@@ -186,6 +188,7 @@ Mel::PtrConst<ColorSubTlv> ColorSubTlv::intern(const ColorSubTlvContent& c) {
 }
 
 void ColorSubTlv::serializeInto(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: ColorSubTlv::serialize()");
     SerializedBgpTunnelEncapSubTlv(subTlvType(), subTlvLen()).appendTo(s);
     s.addU8(colorExtCommType);
     s.addU8(colorExtCommSubType);
@@ -257,6 +260,7 @@ std::string UnparsedSubTlv::valueToStrep() const {
 }
 
 void UnparsedSubTlv::serializeInto(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: UnparsedSubTlv::serialize()");
     SerializedBgpTunnelEncapSubTlv(subTlvType_, subTlvLen_).appendTo(s);
     s.addData(data_, dataSize_);
 }

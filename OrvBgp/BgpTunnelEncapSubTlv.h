@@ -303,6 +303,17 @@ public:
     static UnparsedSubTlvDedupTable& instance();
 };
 
+// The interned sub-TLV of that content, in its class's table.
+inline Mel::PtrConst<EndpointSubTlv> endpointSubTlvFactory(const EndpointSubTlvContent& c) {
+    return EndpointSubTlv::intern(c);
+}
+inline Mel::PtrConst<ColorSubTlv> colorSubTlvFactory(const ColorSubTlvContent& c) {
+    return ColorSubTlv::intern(c);
+}
+inline Mel::PtrConst<UnparsedSubTlv> unparsedSubTlvFactory(const UnparsedSubTlvContent& c) {
+    return UnparsedSubTlv::intern(c);
+}
+
 // ---- Text hooks for contents that point to sub-TLVs --------------------------------------------
 // A pointer prints as None or as its content's Value form; reading back interns the content.
 

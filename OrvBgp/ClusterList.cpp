@@ -216,7 +216,7 @@ size_t ClusterList::idsOffset() noexcept {
 
 ClusterList* allocClusterListForDedup(const ClusterListContent& content) {
     const size_t n = content.clusterIdCount();
-    ORV_ASSERT(n <= ClusterList::maxClusterIds);
+    ORV_ASSERT(n <= ClusterList::maxHeldClusterIds);
     // The ids start in the tail padding of the class, so only what overhangs sizeof is extra.
     const size_t end = ClusterList::idsOffset() + n * sizeof(OriginatorId);
     const size_t extra = end > sizeof(ClusterList) ? end - sizeof(ClusterList) : 0;
@@ -420,6 +420,10 @@ struct ContentEq {
 
 Mel::PtrConst<ClusterList> ClusterListDedupTable::find(const ClusterListContent& content) const {
     return DedupTable::find(content.hash(), content, ContentEq{});
+}
+
+Mel::PtrConst<ClusterList> clusterListFactory(const ClusterListContent& content) {
+    return ClusterListDedupTable::instance().findOrCreate(content);
 }
 
 Mel::PtrConst<ClusterList> ClusterListDedupTable::findOrCreate(const ClusterListContent& content) {

@@ -122,6 +122,10 @@ class ClusterList : public Keel::DedupHandleWithHash {
 public:
     // The most ids whose CLUSTER_LIST value (4 bytes each) fits a 2-byte attribute length.
     static constexpr size_t maxClusterIds = 16383;
+    // The most ids a list holds (its count lives in the handle's user-data bits). A reflector that
+    // adds its own id to the longest list received gets one more than maxClusterIds: it is held,
+    // and writing it throws PathAttributeTooLongException.
+    static constexpr size_t maxHeldClusterIds = Keel::DedupHandleBase::userDataMask;
 
     ClusterList(const ClusterList&) = delete;
     ~ClusterList() override;
@@ -187,6 +191,9 @@ public:
     Mel::PtrConst<ClusterList> find(const ClusterListContent& content) const;
     Mel::PtrConst<ClusterList> findOrCreate(const ClusterListContent& content);
 };
+
+// The interned ClusterList of that content (ClusterListDedupTable::instance()).
+Mel::PtrConst<ClusterList> clusterListFactory(const ClusterListContent& content);
 
 // An editable, ordered queue of cluster ids, each entry carrying its index. clusterIdEnq appends
 // with the index after the highest one given so far (0 for the first); clusterIdIs places an id at

@@ -166,7 +166,7 @@ DomainPath::~DomainPath() {
 }
 
 DomainPath* DomainPath::make(std::span<const DomainSegment> segments) {
-    ORV_ASSERT(segments.size() <= maxDomainSegments);
+    ORV_ASSERT(segments.size() <= maxHeldDomainSegments);
     return new (MelStash::ExtraBytes{segments.size_bytes()}) DomainPath(segments);
 }
 
@@ -287,6 +287,18 @@ Mel::PtrConst<DomainPath> DomainPathStashReader::destash(const void* stored,
     const auto* p =
         static_cast<const DomainPath*>(static_cast<const Keel::DedupHandleBase*>(stored));
     return DomainPathDedupTable::instance().findOrCreate(p->content());
+}
+
+Mel::PtrConst<DomainPath> DomainPath::dedup() const {
+    return dedup(DomainPathDedupTable::instance());
+}
+
+Mel::PtrConst<DomainPath> DomainPath::dedup(DomainPathDedupTable& table) const {
+    return table.dedup(Mel::PtrConst<DomainPath>(this));
+}
+
+Mel::PtrConst<DomainPath> domainPathFactory(const DomainPathContent& content) {
+    return DomainPathDedupTable::instance().findOrCreate(content);
 }
 
 Mel::PtrConst<DomainPath> DomainPath::destash(const void* stored, StoreManager::RawPtr store) {

@@ -132,6 +132,10 @@ public:
     // The most segments whose value (one count byte per sequence, 7 bytes per segment) fits a
     // 2-byte attribute length.
     static constexpr size_t maxDomainSegments = 9356;
+    // The most segments a path holds: far more than any received path, and within both the count
+    // kept in the handle's user-data bits and one store block. A path one domain longer than the
+    // longest received is held; writing it throws PathAttributeTooLongException.
+    static constexpr size_t maxHeldDomainSegments = 0xffff;
 
     DomainPath(const DomainPath&) = delete;
     ~DomainPath() override;
@@ -164,6 +168,10 @@ public:
     bool compareByContent(const Keel::DedupContentHandle& content) const override;
     bool equals(std::span<const DomainSegment> segments) const noexcept;
 
+    // The interned object equal to this one: this one when it is interned already.
+    Mel::PtrConst<DomainPath> dedup() const;
+    Mel::PtrConst<DomainPath> dedup(DomainPathDedupTable& table) const;
+
 private:
     friend class DomainPathDedupTable;
     explicit DomainPath(std::span<const DomainSegment> segments) noexcept;
@@ -195,6 +203,9 @@ public:
     virtual Mel::PtrConst<DomainPath> destash(const void* stored,
                                               MelStash::StoreManager::RawPtr store) const;
 };
+
+// The interned DomainPath of that content (DomainPathDedupTable::instance()).
+Mel::PtrConst<DomainPath> domainPathFactory(const DomainPathContent& content);
 
 std::ostream& operator<<(std::ostream& os, VpnDomainId id);
 std::ostream& operator<<(std::ostream& os, DomainSegment segment);

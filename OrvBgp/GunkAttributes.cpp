@@ -11,6 +11,7 @@
 #include <cstdio>
 #include <cstring>
 #include <ostream>
+#include <typeinfo>
 #include <sstream>
 
 namespace Routing::Bgp {
@@ -31,15 +32,22 @@ uint32_t GunkPathAttrContent::hash() const noexcept {
     return GunkPathAttr::hashOf(attrType, attrFlags, attrLength, gunkAttrData);
 }
 
-GunkPathAttr::GunkPathAttr(const GunkPathAttrContent& c) noexcept
-    : attrType_(c.attrType), attrFlags_(c.attrFlags), attrLength_(c.attrLength) {
-    hashIs(c.hash());
-    if (attrLength_) std::memcpy(data_, c.gunkAttrData.data(), attrLength_);
+GunkPathAttr::GunkPathAttr(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
+                           std::span<const uint8_t> data) noexcept
+    : attrType_(attrType), attrFlags_(attrFlags), attrLength_(attrLength) {
+    ORV_ASSERT(data.size() == attrLength);
+    // The data goes in after the object: its block must have the room.
+    ORV_ASSERT(MelStash::StoreManager::contains(this) &&
+               MelStash::StoreManager::instance().blockSize(this) >=
+                   sizeof(GunkPathAttr) + attrLength);
+    hashIs(hashOf(attrType, attrFlags, attrLength, data));
+    if (attrLength_) std::memcpy(data_, data.data(), attrLength_);
 }
 
 GunkPathAttr* GunkPathAttr::make(const GunkPathAttrContent& c) {
     ORV_ASSERT(c.gunkAttrData.size() == c.attrLength);
-    return new (MelStash::ExtraBytes{c.attrLength}) GunkPathAttr(c);
+    return new (MelStash::ExtraBytes{c.attrLength})
+        GunkPathAttr(c.attrType, c.attrFlags, c.attrLength, c.gunkAttrData);
 }
 
 Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
@@ -122,6 +130,13 @@ struct GunkContentEq {
     }
 };
 } // namespace
+
+Mel::PtrConst<GunkPathAttr> gunkPathAttrFactory(uint8_t attrType, uint8_t attrFlags,
+                                                uint16_t attrLength,
+                                                std::span<const uint8_t> data) {
+    return GunkPathAttrDedupTable::instance().findOrCreate(
+        GunkPathAttrContent(attrType, attrFlags, attrLength, data));
+}
 
 Mel::PtrConst<GunkPathAttr> GunkPathAttrDedupTable::find(const GunkPathAttrContent& content) const {
     return DedupTable::find(content.hash(), content, GunkContentEq{});
@@ -209,6 +224,55 @@ Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::dedup() const {
 
 Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::dedup(GunkPathAttrListDedupTable& table) const {
     return table.dedup(Mel::PtrConst<GunkPathAttrList>(this));
+}
+
+// ---- stored attributes and lists
+
+namespace {
+const bool stashReadersRegistered = [] {
+    static const GunkPathAttrStashReader attrReader;
+    static const GunkPathAttrListStashReader listReader;
+    MelStash::StashReaderRegistry::registerReader(typeid(GunkPathAttr), &attrReader);
+    MelStash::StashReaderRegistry::registerReader(typeid(GunkPathAttrList), &listReader);
+    return true;
+}();
+
+template <class Reader>
+const Reader& readerOf(const void* stored) {
+    ORV_ASSERT(nullptr != stored);
+    const auto* obj = static_cast<const Keel::DedupHandleBase*>(stored);
+    const auto* reader = MelStash::StashReaderRegistry::readerFor<Reader>(typeid(*obj));
+    ORV_ASSERT(nullptr != reader);
+    return *reader;
+}
+} // namespace
+
+Mel::PtrConst<GunkPathAttr> GunkPathAttrStashReader::destash(const void* stored,
+                                                             MelStash::StoreManager::RawPtr) const {
+    const auto* a =
+        static_cast<const GunkPathAttr*>(static_cast<const Keel::DedupHandleBase*>(stored));
+    return gunkPathAttrFactory(a->attrType(), a->attrFlags(), a->attrLength(), a->gunkAttrData());
+}
+
+Mel::PtrConst<GunkPathAttrList>
+GunkPathAttrListStashReader::destash(const void* stored,
+                                     MelStash::StoreManager::RawPtr store) const {
+    const auto* l =
+        static_cast<const GunkPathAttrList*>(static_cast<const Keel::DedupHandleBase*>(stored));
+    Mel::Ptr<GunkPathAttrList> list(new GunkPathAttrList);
+    for (const GunkPathAttrList::Entry& e : *l)
+        list->gunkIs(GunkPathAttr::destash(e.get(), store));
+    return list->dedup();
+}
+
+Mel::PtrConst<GunkPathAttr> GunkPathAttr::destash(const void* stored,
+                                                  MelStash::StoreManager::RawPtr store) {
+    return readerOf<GunkPathAttrStashReader>(stored).destash(stored, store);
+}
+
+Mel::PtrConst<GunkPathAttrList> GunkPathAttrList::destash(const void* stored,
+                                                          MelStash::StoreManager::RawPtr store) {
+    return readerOf<GunkPathAttrListStashReader>(stored).destash(stored, store);
 }
 
 void GunkPathAttrList::serialize(PathAttributesSerializeStoreMethodBase& store) const {

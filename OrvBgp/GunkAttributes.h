@@ -13,6 +13,7 @@
 #include "Mel/Ptr.h"
 #include "Mel/String.h"
 #include "MelStash/CompressedStashSmartPtr.h"
+#include "MelStash/StashReader.h"
 #include "MelStash/StoreManager.h"
 
 #include <boost/container/small_vector.hpp>
@@ -53,12 +54,19 @@ public:
     static uint32_t hashOf(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
                            std::span<const uint8_t> data) noexcept;
 
+    // The attribute as received. Its data lives inline, after the object, so the object must be
+    // allocated with room for it (GunkPathAttrIs and the table do so); data.size() must equal
+    // attrLength:
+    //   new (MelStash::ExtraBytes{data.size()}) GunkPathAttr(200, 0xc0, 3, data)
+    GunkPathAttr(uint8_t attrType, uint8_t attrFlags, uint16_t attrLength,
+                 std::span<const uint8_t> data) noexcept;
     GunkPathAttr(const GunkPathAttr&) = delete;
 
     uint8_t attrType() const noexcept { return attrType_; }
     uint8_t attrFlags() const noexcept { return attrFlags_; }
     uint16_t attrLength() const noexcept { return attrLength_; }
     std::span<const uint8_t> gunkAttrData() const noexcept { return {data_, attrLength_}; }
+    // The data as an owned byte string.
     Mel::Bytes gunkAttrDataBytes() const { return Mel::Bytes(data_, attrLength_); }
     bool transitive() const noexcept { return attrFlags_ & 0x40; }
 
@@ -76,12 +84,16 @@ public:
     bool compareByContent(const Keel::DedupContentHandle& content) const override;
     bool equals(const GunkPathAttrContent& c) const noexcept;
 
+    // `stored` is the address of a stored GunkPathAttr; its value is interned in
+    // GunkPathAttrDedupTable::instance().
+    static Mel::PtrConst<GunkPathAttr> destash(const void* stored,
+                                               MelStash::StoreManager::RawPtr store);
+
 private:
     friend Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t, uint8_t, uint16_t,
                                                  std::span<const uint8_t>);
     friend class GunkPathAttrDedupTable;
     static GunkPathAttr* make(const GunkPathAttrContent& c);
-    explicit GunkPathAttr(const GunkPathAttrContent& c) noexcept;
 
     uint8_t attrType_;
     uint8_t attrFlags_;
@@ -96,6 +108,10 @@ inline Mel::Ptr<GunkPathAttr> GunkPathAttrIs(uint8_t attrType, uint8_t attrFlags
                                              uint16_t attrLength, const Mel::Bytes& data) {
     return GunkPathAttrIs(attrType, attrFlags, attrLength, data.span());
 }
+
+// The interned attribute (type, flags, length, data), in GunkPathAttrDedupTable::instance().
+Mel::PtrConst<GunkPathAttr> gunkPathAttrFactory(uint8_t attrType, uint8_t attrFlags,
+                                                uint16_t attrLength, std::span<const uint8_t> data);
 
 class GunkPathAttrDedupTable : public Keel::DedupTable<GunkPathAttr> {
 public:
@@ -148,6 +164,11 @@ public:
     void serialize(PathAttributesSerializeStoreMethodBase& store) const;
     Mel::String toStrep() const;
 
+    // `stored` is the address of a stored GunkPathAttrList; the list of the same attributes is
+    // interned in GunkPathAttrListDedupTable::instance().
+    static Mel::PtrConst<GunkPathAttrList> destash(const void* stored,
+                                                   MelStash::StoreManager::RawPtr store);
+
 private:
     void assertEditable() const noexcept;
     // Walks the entries: null past the last.
@@ -161,6 +182,19 @@ class GunkPathAttrListDedupTable : public Keel::DedupTable<GunkPathAttrList> {
 public:
     using DedupTable::DedupTable;
     static GunkPathAttrListDedupTable& instance();
+};
+
+// Read a stored attribute, or list, back; registered for typeid(GunkPathAttr) and
+// typeid(GunkPathAttrList).
+class GunkPathAttrStashReader : public MelStash::StashReaderBase {
+public:
+    virtual Mel::PtrConst<GunkPathAttr> destash(const void* stored,
+                                                MelStash::StoreManager::RawPtr store) const;
+};
+class GunkPathAttrListStashReader : public MelStash::StashReaderBase {
+public:
+    virtual Mel::PtrConst<GunkPathAttrList> destash(const void* stored,
+                                                    MelStash::StoreManager::RawPtr store) const;
 };
 
 std::ostream& operator<<(std::ostream& os, const GunkPathAttr* attr);

@@ -1,6 +1,7 @@
 #include "OrvBgp/LinkStateAttr.h"
 
 #include "Keel/HashMix.h"
+#include "Tracelet/Tracelet.h"
 
 #include <cstring>
 
@@ -42,6 +43,7 @@ bool LinkStateAttrBase::compareByContent(const Keel::DedupContentHandle& content
 }
 
 void LinkStateAttrBase::serialize(Serialize& s) const {
+    TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: LinkStateAttrBase::serialize()");
     SerializePathAttribute(s, attrType, attrFlags, size_);
     s.addData(bytes_, size_);
 }

@@ -258,7 +258,8 @@ Mel::PtrConst<GenNexthop> GenNexthop::dedup(GenNexthopDedupTableBase* table,
 }
 
 Mel::Ptr<GenNexthop> GenNexthop::clone() const {
-    throw Mel::NotSupportedException();
+    // The no-implementation exception, whose text says the base does not support copying.
+    throw Mel::NotImplementedException("Not supported");
 }
 
 bool GenNexthop::advertise3rdParty(const BgpPeerStatus&) const {

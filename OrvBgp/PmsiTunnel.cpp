@@ -514,7 +514,7 @@ uint32_t PmsiTunnelIngressReplication::hashOf(Flags flags, uint32_t mplsLabel,
     m.hashMix(uint8_t(tagIngressReplication));
     m.hashMix(flags.value());
     m.hashMix(uint8_t(tunnelTypeIngressReplication));
-    m.hashMix(mplsLabel);
+    m.hashMix(mplsLabel & mplsLabelMask);
     hashMixAddr(m, endpoint);
     return m.result();
 }

@@ -172,6 +172,10 @@ public:
     static TunnelType fromMulticastTunnel(uint8_t multicastTunnelType) noexcept;
     static uint8_t toMulticastTunnel(uint8_t tunnelType) noexcept;
 
+    // An MPLS label has 20 bits. Every label given to a PMSI tunnel or its content keeps only its
+    // low 20 bits (0x123456 is 0x23456), so the object's identity, text and wire form agree.
+    static constexpr uint32_t mplsLabelMask = 0xfffff;
+
     Flags flags() const noexcept { return flags_; }
     TunnelType tunnelType() const noexcept { return tunnelType_; }
     uint32_t mplsLabel() const noexcept { return mplsLabel_; }
@@ -212,7 +216,7 @@ public:
 
 protected:
     PmsiTunnel(Flags flags, TunnelType type, uint32_t mplsLabel) noexcept
-        : flags_(flags), tunnelType_(type), mplsLabel_(mplsLabel) {}
+        : flags_(flags), tunnelType_(type), mplsLabel_(mplsLabel & mplsLabelMask) {}
 
     bool compareBase(const PmsiTunnel& other) const noexcept;
     // Mixes a class tag and the common fields; subclasses mix their own fields after.
@@ -223,7 +227,7 @@ protected:
 private:
     Flags flags_;
     TunnelType tunnelType_;
-    // 20 significant bits on the wire; higher bits are kept and compared as given, not written.
+    // The label's 20 bits only: what is hashed, compared and shown is what goes on the wire.
     uint32_t mplsLabel_;
 };
 
@@ -241,19 +245,23 @@ public:
     PmsiTunnelContent() noexcept = default;
     PmsiTunnelContent(PmsiTunnel::TunnelType type, PmsiTunnel::Flags flags,
                       uint32_t mplsLabel) noexcept
-        : tunnelType_(type), flags_(flags), mplsLabel_(mplsLabel) {}
+        : tunnelType_(type), flags_(flags), mplsLabel_(mplsLabel & PmsiTunnel::mplsLabelMask) {}
 
     PmsiTunnel::TunnelType tunnelType() const noexcept { return tunnelType_; }
     void tunnelTypeIs(PmsiTunnel::TunnelType t) noexcept { tunnelType_ = t; }
     PmsiTunnel::Flags flags() const noexcept { return flags_; }
     void flagsIs(PmsiTunnel::Flags f) noexcept { flags_ = f; }
-    uint32_t mplsLabel() const noexcept { return mplsLabel_; }
-    void mplsLabelIs(uint32_t l) noexcept { mplsLabel_ = l; }
+    // Low 20 bits only, as PmsiTunnel keeps them (also for a label set through reflection).
+    uint32_t mplsLabel() const noexcept { return mplsLabel_ & PmsiTunnel::mplsLabelMask; }
+    void mplsLabelIs(uint32_t l) noexcept { mplsLabel_ = l & PmsiTunnel::mplsLabelMask; }
 
     std::string toStrep() const;
     static PmsiTunnelContent fromStrep(std::string_view text);
 
-    friend bool operator==(const PmsiTunnelContent&, const PmsiTunnelContent&) noexcept = default;
+    friend bool operator==(const PmsiTunnelContent& a, const PmsiTunnelContent& b) noexcept {
+        return a.tunnelType_ == b.tunnelType_ && a.flags_ == b.flags_ &&
+               a.mplsLabel() == b.mplsLabel();
+    }
 
 private:
     PmsiTunnel::TunnelType tunnelType_ = PmsiTunnel::tunnelTypeNoTunnelInformation;

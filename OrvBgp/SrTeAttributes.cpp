@@ -83,7 +83,8 @@ void prefixSidFormat(std::ostream& os, const LabelIndexTlv* labelIndex,
                      const OriginatorSrgbTlv* originatorSrgb, const Srv6ServiceTlv* srv6Service) {
     os << "prefixSID=< ";
     if (labelIndex) os << "labelIndex=" << labelIndex->labelIndex() << " ";
-    if (originatorSrgb) os << "SRGB=< " << originatorSrgb->toStrep() << " > ";
+    // The ranges are bracketed each; the list itself is not closed.
+    if (originatorSrgb) os << "SRGB=< " << originatorSrgb->toStrep();
     if (srv6Service) os << "srv6Service=" << *srv6Service;
     os << " >";
 }

@@ -256,8 +256,9 @@ DedupHandleBase* DedupTableBase::dedupImpl(const DedupHandleBase* o) {
     Shard& sh = shardFor(hash);
     ShardLock lock(sh.spin, multiThreaded_);
     auto it = sh.set.find(LookupKey{hash, &objectEq, o});
+    // An object interned here already finds itself: it is returned as it is.
     const DedupHandleBase* result = it != sh.set.end() ? obj(*it) : o;
-    if (result == o) insertLocked(sh, o);
+    if (it == sh.set.end()) insertLocked(sh, o);
     result->refs_.fetch_add(1, std::memory_order_relaxed);
     return const_cast<DedupHandleBase*>(result);
 }

@@ -101,7 +101,8 @@ public:
                              const_cast<void*>(static_cast<const void*>(&make)))));
     }
 
-    // Interns an object built beforehand: returns it, or the equal object already interned.
+    // Interns an object built beforehand: returns it, or the equal object already interned. An
+    // object interned here already is returned as it is.
     Mel::PtrConst<T> dedup(const Mel::PtrConst<T>& obj) {
         return Mel::PtrConst<T>::adopt(static_cast<const T*>(dedupImpl(obj.get())));
     }

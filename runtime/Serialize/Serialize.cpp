@@ -38,8 +38,57 @@ void Serialize::dropFront(size_t n) {
     buf_.erase(buf_.begin(), buf_.begin() + n);
 }
 
+namespace {
+
+const char* attributeName(uint8_t type) {
+    switch (type) {
+    case 2:
+        return "AS_PATH";
+    case 8:
+        return "COMMUNITIES";
+    case 10:
+        return "CLUSTER_LIST";
+    case 16:
+        return "EXTENDED_COMMUNITIES";
+    case 17:
+        return "AS4_PATH";
+    case 22:
+        return "PMSI_TUNNEL";
+    case 23:
+        return "TUNNEL_ENCAPSULATION";
+    case 25:
+        return "IPV6_EXTENDED_COMMUNITIES";
+    case 26:
+        return "AIGP";
+    case 29:
+        return "BGP_LS";
+    case 32:
+        return "LARGE_COMMUNITY";
+    case 36:
+        return "D_PATH";
+    case 40:
+        return "PREFIX_SID";
+    case 128:
+        return "ATTR_SET";
+    default:
+        return "path attribute";
+    }
+}
+
+void checkValueLen(uint8_t type, size_t valueLen) {
+    if (valueLen > 0xffff) throw PathAttributeTooLongException(type, valueLen);
+}
+
+} // namespace
+
+PathAttributeTooLongException::PathAttributeTooLongException(uint8_t type, size_t valueLen)
+    : Mel::Exception(std::string(attributeName(type)) + " (type " + std::to_string(type) +
+                     ") cannot be written: value of " + std::to_string(valueLen) +
+                     " bytes, more than 65535"),
+      type_(type), valueLen_(valueLen) {}
+
 size_t SerializePathAttribute(Serialize& s, uint8_t type, uint8_t flags, size_t valueLen) {
-    ORV_ASSERT(valueLen <= 0xffff);
+    checkValueLen(type, valueLen);
     if (valueLen <= 0xff && !(flags & pathAttrFlagExtendedLength)) {
         s.addU8(flags);
         s.addU8(type);
@@ -64,9 +113,9 @@ Mel::Bytes SerializePathAttributeAutoExtLen::valueBytes() const {
 
 void SerializePathAttributeAutoExtLen::patchHdr(uint8_t type, uint8_t flags) {
     ORV_ASSERT(!patched_);
-    patched_ = true;
     size_t valueLen = size() - reservedHeaderSize;
-    ORV_ASSERT(valueLen <= 0xffff);
+    checkValueLen(type, valueLen);
+    patched_ = true;
     if (valueLen <= 0xff && !(flags & pathAttrFlagExtendedLength)) {
         // 3-byte header in bytes 1-3, then drop byte 0.
         patchU8(1, flags);

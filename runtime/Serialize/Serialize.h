@@ -4,6 +4,7 @@
 #pragma once
 
 #include "Mel/Bytes.h"
+#include "Mel/Exception.h"
 #include "Orvnet/AutonomousSystem.h"
 #include "Orvnet/Ip6Addr.h"
 #include "Orvnet/IpAddr.h"
@@ -114,10 +115,26 @@ inline constexpr uint8_t pathAttrFlagTransitive = 0x40;
 inline constexpr uint8_t pathAttrFlagPartial = 0x20;
 inline constexpr uint8_t pathAttrFlagExtendedLength = 0x10;
 
+// A path attribute whose value does not fit the 2-byte length field. Legal held values get there
+// (a long path received with 2-byte AS numbers and written with 4-byte ones, a cluster list one id
+// longer than the longest that arrives), so this is an error the caller handles, never a stop:
+// the attribute cannot be sent as it stands. what() names the attribute and the value's length:
+//   "AS_PATH (type 2) cannot be written: value of 70000 bytes, more than 65535"
+class PathAttributeTooLongException : public Mel::Exception {
+public:
+    PathAttributeTooLongException(uint8_t type, size_t valueLen);
+    uint8_t type() const noexcept { return type_; }
+    size_t valueLen() const noexcept { return valueLen_; }
+
+private:
+    uint8_t type_;
+    size_t valueLen_;
+};
+
 // Writes the header of a path attribute whose value length is known: flags, type, then a
 // 1-byte length when valueLen <= 255 and flags lack 0x10, else flags | 0x10 and a 2-byte
 // length. The caller appends the value next. Returns the header size, 3 or 4. A valueLen
-// above 65535 is a programming error.
+// above 65535 throws PathAttributeTooLongException and writes nothing.
 size_t SerializePathAttribute(Serialize& s, uint8_t type, uint8_t flags, size_t valueLen);
 
 // A Serialize that starts with 4 reserved header bytes; the caller appends the value and then
@@ -137,7 +154,7 @@ public:
     Mel::Bytes valueBytes() const;
     // Fills in flags, type and length as SerializePathAttribute would (0x10 is added when the
     // value exceeds 255 bytes or the caller set it), and returns the whole attribute. Once only;
-    // a value above 65535 bytes is a programming error.
+    // a value above 65535 bytes throws PathAttributeTooLongException.
     Mel::Bytes patchHdrAndStringify(uint8_t type, uint8_t flags);
     // The same, as a std::string.
     std::string patchHdrAndString(uint8_t type, uint8_t flags);

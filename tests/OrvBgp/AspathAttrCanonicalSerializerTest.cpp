@@ -188,13 +188,6 @@ TEST(AspathAttrCanonicalSerializerDeathTest, BrokenPreconditions) {
                  "BgpPathAttrType::as4Path_ != type \\|\\| fourByte");
     EXPECT_DEATH(Serializer::serialize(p.get(), 2, false, false, true, 0, false),
                  "Assertion `peerInternal' failed");
-    // Into the first confederation segment, which must be an AS_CONFED_SEQUENCE.
-    EXPECT_DEATH(Serializer::serialize(aspath("WithConfed: [65010] | (65020) 100").get(), 2, true,
-                                       false, true, 65001, false),
-                 "segment->segmentType\\(\\) == localAsSegType");
-    EXPECT_DEATH(
-        Serializer::serialize(aspath("[65010] 100").get(), 2, true, false, true, 65001, true),
-        "segment->segmentType\\(\\) == localAsSegType");
     Serialize s;
     EXPECT_DEATH(Serializer::asSegmentSerialize(AsSegmentRef(AsSegmentType(5), {}), true, 0, s),
                  "Unsupported AsSegmentType");

@@ -28,6 +28,9 @@ struct AigpTraits {
         return accumulatedIgpMetricFactory(m);
     }
     static size_t tableSize() { return AccumulatedIgpMetricDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<AccumulatedIgpMetric>& p) {
+        return AccumulatedIgpMetricDedupTable::instance().dedup(p);
+    }
 };
 
 struct AggregatorTraits {
@@ -41,6 +44,9 @@ struct AggregatorTraits {
         return aggregatorFactory(c.autonomousSystem(), c.aggregatorId());
     }
     static size_t tableSize() { return AggregatorDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<Aggregator>& p) {
+        return AggregatorDedupTable::instance().dedup(p);
+    }
 };
 
 using MiscTypes = ::testing::Types<AigpTraits, AggregatorTraits>;

@@ -3,6 +3,7 @@
 #include "Mel/Exception.h"
 #include "Mel/Reflect.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
+#include "Serialize/Serialize.h"
 #include "support/InternContract.h"
 #include "support/TsharkHelpers.h"
 
@@ -163,16 +164,21 @@ TEST(ClusterListDeathTest, DestashOfAnotherStoredClassHasNoReader) {
 
 TEST(ClusterListDeathTest, TooManyIdsForOneAttribute) {
     auto c = idsRange("10.0.0.", 0);
-    for (size_t i = 0; i <= ClusterList::maxClusterIds; ++i)
-        c.clusterIdEnq(OriginatorId::fromHostOrder(uint32_t(i + 1)));
-    EXPECT_DEATH(allocClusterListForDedup(c), "n <= ClusterList::maxClusterIds");
-    c = idsRange("10.0.0.", 0);
     for (size_t i = 0; i < ClusterList::maxClusterIds; ++i)
         c.clusterIdEnq(OriginatorId::fromHostOrder(uint32_t(i + 1)));
     auto l = intern(c);
     AttrSetStringStore store;
     l->serialize(store);
     EXPECT_EQ(store.str().size(), 4 + 4 * ClusterList::maxClusterIds);
+    // A reflector's own id on top of the longest list: held, and writing it is an error the caller
+    // handles.
+    c.clusterIdEnq(OriginatorId::fromHostOrder(0x0afffffe));
+    auto longer = intern(c);
+    AttrSetStringStore none;
+    EXPECT_THROW(longer->serialize(none), PathAttributeTooLongException);
+    for (size_t i = c.clusterIdCount(); i <= ClusterList::maxHeldClusterIds; ++i)
+        c.clusterIdEnq(OriginatorId::fromHostOrder(uint32_t(i + 1)));
+    EXPECT_DEATH(allocClusterListForDedup(c), "n <= ClusterList::maxHeldClusterIds");
 }
 
 // ---- loop checks
@@ -429,9 +435,12 @@ struct ClusterListTraits {
         return idsRange("10.8.0.", i % 7, OriginatorId::fromHostOrder(uint32_t(0xc0000200 + i)));
     }
     static Mel::PtrConst<ClusterList> intern(const ClusterListContent& c) {
-        return ClusterListDedupTable::instance().findOrCreate(c);
+        return clusterListFactory(c);
     }
     static size_t tableSize() { return ClusterListDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<ClusterList>& p) {
+        return ClusterListDedupTable::instance().dedup(p);
+    }
 };
 
 struct BgpClusterIdSetTraits {
@@ -444,6 +453,7 @@ struct BgpClusterIdSetTraits {
         return s->dedup();
     }
     static size_t tableSize() { return BgpClusterIdSetDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<BgpClusterIdSet>& p) { return p->dedup(); }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(ClusterList, InternContract, ::testing::Types<ClusterListTraits>);

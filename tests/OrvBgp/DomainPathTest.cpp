@@ -3,6 +3,7 @@
 #include "Mel/Exception.h"
 #include "Mel/Reflect.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
+#include "Serialize/Serialize.h"
 #include "Tracelet/Tracelet.h"
 #include "support/InternContract.h"
 #include "support/TsharkHelpers.h"
@@ -166,11 +167,14 @@ TEST(DomainPath, DestashInternsTheStoredValue) {
 TEST(DomainPathDeathTest, IndexAndSizeLimits) {
     auto p = intern(pathOf(2));
     EXPECT_DEATH(p->domainSegmentAt(2), "index < domainSegmentCount\\(\\)");
-    EXPECT_DEATH(intern(pathOf(int(DomainPath::maxDomainSegments) + 1)),
-                 "segments.size\\(\\) <= maxDomainSegments");
-    // The largest path still fits one attribute.
+    EXPECT_DEATH(intern(pathOf(int(DomainPath::maxHeldDomainSegments) + 1)),
+                 "segments.size\\(\\) <= maxHeldDomainSegments");
+    // The largest path that fits one attribute is written; one segment more is held, and writing
+    // it is an error the caller handles.
     auto big = intern(pathOf(int(DomainPath::maxDomainSegments)));
     EXPECT_EQ(big->serialize().size(), 4u + 37 + 7 * DomainPath::maxDomainSegments);
+    auto longer = intern(pathOf(int(DomainPath::maxDomainSegments) + 1));
+    EXPECT_THROW(longer->serialize(), PathAttributeTooLongException);
 }
 
 // ---- the lookup cache
@@ -249,9 +253,12 @@ struct DomainPathTraits {
         return c;
     }
     static Mel::PtrConst<DomainPath> intern(const DomainPathContent& c) {
-        return DomainPathDedupTable::instance().findOrCreate(c);
+        return domainPathFactory(c);
     }
     static size_t tableSize() { return DomainPathDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<DomainPath>& p) {
+        return p->dedup(DomainPathDedupTable::instance());
+    }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(DomainPath, InternContract, ::testing::Types<DomainPathTraits>);

@@ -17,8 +17,7 @@ std::vector<uint8_t> bytes(std::initializer_list<uint8_t> b) {
 }
 
 Mel::PtrConst<GunkPathAttr> gunk(uint8_t type, uint8_t flags, const std::vector<uint8_t>& data) {
-    return GunkPathAttrDedupTable::instance().findOrCreate(
-        GunkPathAttrContent(type, flags, uint16_t(data.size()), data));
+    return gunkPathAttrFactory(type, flags, uint16_t(data.size()), data);
 }
 
 std::vector<uint8_t> vec(const Mel::Bytes& b) {
@@ -72,10 +71,14 @@ TEST(GunkPathAttr, InternsByAllFourFields) {
         gunk(200, 0xc0, {1, 2}), gunk(200, 0xc0, {})};
     for (const auto& o : others)
         EXPECT_NE(o.get(), a.get()) << o.get();
-    // An attribute built apart interns into the same object.
+    // An attribute built apart, by either constructor, interns into the same object.
     auto loose = GunkPathAttrIs(200, 0xc0, 3, Mel::Bytes({1, 2, 3}));
     EXPECT_FALSE(loose->isDeduped());
     EXPECT_EQ(loose->dedup().get(), a.get());
+    const std::vector<uint8_t> data = {1, 2, 3};
+    Mel::Ptr<GunkPathAttr> built(new (MelStash::ExtraBytes{3}) GunkPathAttr(200, 0xc0, 3, data));
+    EXPECT_EQ(built->hash(), a->hash());
+    EXPECT_EQ(built->dedup().get(), a.get());
     EXPECT_EQ(GunkPathAttrDedupTable::instance()
                   .find(GunkPathAttrContent(200, 0xc0, 3, a->gunkAttrData()))
                   .get(),
@@ -94,6 +97,11 @@ TEST(GunkPathAttr, TextForms) {
 TEST(GunkPathAttrDeathTest, LengthMustMatchTheData) {
     EXPECT_DEATH(GunkPathAttrIs(200, 0xc0, 4, Mel::Bytes({1, 2, 3})),
                  "c.gunkAttrData.size\\(\\) == c.attrLength");
+    const std::vector<uint8_t> data(40, 1);
+    EXPECT_DEATH((void)new (MelStash::ExtraBytes{40}) GunkPathAttr(200, 0xc0, 39, data),
+                 "data.size\\(\\) == attrLength");
+    // The data goes inline: an object allocated without room for it is refused.
+    EXPECT_DEATH((void)new GunkPathAttr(200, 0xc0, 40, data), "blockSize");
 }
 
 // ---- the list
@@ -152,6 +160,25 @@ TEST(GunkPathAttrList, SerializesAndPrintsInTypeOrder) {
               "type=200,flags=0xc0,len=2,data=0203 type=210,flags=0x80,len=1,data=01 ");
 }
 
+// A stored attribute or list reads back as the interned object of its value, whichever table holds
+// the stored one; another stored class has no reader.
+TEST(GunkPathAttrList, StoredObjectsReadBackInterned) {
+    auto& store = MelStash::StoreManager::instance();
+    auto a = gunk(200, 0xc0, {1, 2, 3});
+    Mel::Ptr<GunkPathAttrList> l(new GunkPathAttrList);
+    l->gunkIs(a);
+    l->gunkIs(gunk(150, 0x80, {}));
+    auto list = l->dedup();
+    EXPECT_EQ(GunkPathAttr::destash(a.get(), &store).get(), a.get());
+    EXPECT_EQ(GunkPathAttrList::destash(list.get(), &store).get(), list.get());
+    GunkPathAttrDedupTable other("GunkPathAttrTestTable");
+    auto elsewhere = other.findOrCreate(GunkPathAttrContent(200, 0xc0, 3, a->gunkAttrData()));
+    EXPECT_NE(elsewhere.get(), a.get());
+    EXPECT_EQ(GunkPathAttr::destash(elsewhere.get(), &store).get(), a.get());
+    EXPECT_DEATH(GunkPathAttr::destash(list.get(), &store), "nullptr != reader");
+    EXPECT_DEATH(GunkPathAttrList::destash(a.get(), &store), "nullptr != reader");
+}
+
 TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared) {
     auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
     auto l = listOf({Mel::PtrConst<GunkPathAttr>(loose)});
@@ -173,6 +200,7 @@ struct GunkPathAttrTraits {
         return gunk(uint8_t(150 + i % 50), i % 2 ? 0xc0 : 0x80, data);
     }
     static size_t tableSize() { return GunkPathAttrDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<GunkPathAttr>& p) { return p->dedup(); }
 };
 
 struct GunkPathAttrListTraits {
@@ -185,6 +213,7 @@ struct GunkPathAttrListTraits {
         return l->dedup();
     }
     static size_t tableSize() { return GunkPathAttrListDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<GunkPathAttrList>& p) { return p->dedup(); }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(GunkPathAttr, InternContract, ::testing::Types<GunkPathAttrTraits>);

@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <sstream>
 #include <vector>
 
@@ -38,6 +39,9 @@ struct IdentifierTraits {
         return pmsiTunnelIdentifierFactory(b);
     }
     static size_t tableSize() { return PmsiTunnelIdentifierDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelIdentifier>& p) {
+        return PmsiTunnelIdentifierDedupTable::instance().dedup(p);
+    }
 };
 
 struct GeneralTraits {
@@ -57,6 +61,9 @@ struct GeneralTraits {
                                         c.id.empty() ? nullptr : pmsiTunnelIdentifierFactory(c.id));
     }
     static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
+        return PmsiTunnelDedupTable::instance().dedup(p);
+    }
 };
 
 struct PimTraits {
@@ -73,6 +80,9 @@ struct PimTraits {
         return pmsiTunnelPimFactory(c);
     }
     static size_t tableSize() { return PmsiTunnelPimDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelPim>& p) {
+        return PmsiTunnelPimDedupTable::instance().dedup(p);
+    }
 };
 
 struct IngressReplicationTraits {
@@ -85,6 +95,9 @@ struct IngressReplicationTraits {
         return pmsiTunnelIngressReplicationFactory(Flags(), c.first, c.second);
     }
     static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
+        return PmsiTunnelDedupTable::instance().dedup(p);
+    }
 };
 
 struct MldpTraits {
@@ -96,6 +109,9 @@ struct MldpTraits {
     }
     static size_t tableSize() {
         return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().size();
+    }
+    static auto dedup(const Mel::PtrConst<PmsiTunnelMldpP2mpGenericLspId>& p) {
+        return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().dedup(p);
     }
 };
 
@@ -123,6 +139,51 @@ TEST(PmsiTunnel, ClassesSharingATableStayApart) {
     auto mldp = pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0, addr("192.0.2.1"), 1);
     EXPECT_EQ(mldp->castToMldpP2mpGenericLspId(), mldp.get());
     EXPECT_EQ(mldp->castToPim(), nullptr);
+}
+
+// A label keeps its 20 bits everywhere: every class interns 0x123456 as 0x23456, shows 144470 and
+// writes 0x23456 in the label field.
+TEST(PmsiTunnel, LabelKeepsTwentyBitsInIdentityTextAndWire) {
+    struct Case {
+        const char* name;
+        std::function<Mel::PtrConst<PmsiTunnel>(uint32_t)> make;
+    };
+    const Case cases[] = {
+        {"general",
+         [](uint32_t l) {
+             return pmsiTunnelGeneralFactory(Flags(), PmsiTunnel::tunnelTypeRsvpTeP2mpLsp, l,
+                                             identifier("0a000001"));
+         }},
+        {"pim",
+         [](uint32_t l) {
+             return pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSmTree, l,
+                                         addr("192.0.2.1"), addr("232.1.1.1"));
+         }},
+        {"ingress replication",
+         [](uint32_t l) {
+             return pmsiTunnelIngressReplicationFactory(Flags(), l, addr("10.0.0.1"));
+         }},
+        {"mldp",
+         [](uint32_t l) {
+             return pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), l, addr("192.0.2.1"), 9);
+         }},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        auto wide = c.make(0x123456);
+        auto narrow = c.make(0x23456);
+        EXPECT_EQ(wide.get(), narrow.get());
+        EXPECT_EQ(wide->mplsLabel(), 0x23456u);
+        EXPECT_NE(wide->toStrepForUI().find("MPLS Label: 144470,"), std::string::npos);
+        EXPECT_NE(wide->toStrep().find("mplsLabel=144470"), std::string::npos);
+        // Header (3 bytes), flags, type, then the label field: 0x23456 in its high 20 bits.
+        EXPECT_EQ(wide->serialize().toHex().substr(10, 6), "234560");
+        EXPECT_EQ(wide->content(), narrow->content());
+    }
+    PmsiTunnelContent c(PmsiTunnel::tunnelTypeIngressReplication, Flags(), 0x123456);
+    EXPECT_EQ(c.mplsLabel(), 0x23456u);
+    c.mplsLabelIs(0xfff00001);
+    EXPECT_EQ(c.mplsLabel(), 1u);
 }
 
 // ---- Wire forms

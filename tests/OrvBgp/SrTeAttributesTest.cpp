@@ -33,6 +33,9 @@ struct LabelIndexTraits {
     static uint32_t content(int i) { return uint32_t(i) * 1000003u; }
     static Mel::PtrConst<LabelIndexTlv> intern(uint32_t i) { return labelIndexTlvFactory(i); }
     static size_t tableSize() { return LabelIndexTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<LabelIndexTlv>& p) {
+        return p->dedup(LabelIndexTlvDedupTable::instance());
+    }
 };
 
 struct SrgbTraits {
@@ -48,6 +51,9 @@ struct SrgbTraits {
         return originatorSrgbTlvFactory(r);
     }
     static size_t tableSize() { return OriginatorSrgbTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<OriginatorSrgbTlv>& p) {
+        return p->dedup(OriginatorSrgbTlvDedupTable::instance());
+    }
 };
 
 struct PrefixSidTraits {
@@ -60,6 +66,9 @@ struct PrefixSidTraits {
                                 i % 3 ? nullptr : srv6L3());
     }
     static size_t tableSize() { return PrefixSidDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<PrefixSid>& p) {
+        return p->dedup(PrefixSidDedupTable::instance());
+    }
 };
 
 using SrTypes = ::testing::Types<LabelIndexTraits, SrgbTraits, PrefixSidTraits>;
@@ -194,10 +203,12 @@ TEST(PrefixSid, DisplayForms) {
         prefixSidFactory(labelIndexTlvFactory(100), originatorSrgbTlvFactory(srgbTwo), srv6L3());
     std::ostringstream os;
     all->formatForTraceDisplay(os);
-    EXPECT_EQ(os.str(), "prefixSID=< labelIndex=100 SRGB=< [16000:8000][100000:1000] > "
+    EXPECT_EQ(os.str(), "prefixSID=< labelIndex=100 SRGB=< [16000:8000][100000:1000]"
                         "srv6Service=L3 2001:db8::1, End.DT4 >");
     EXPECT_EQ(prefixSidFactory(labelIndexTlvFactory(7), nullptr, nullptr)->toStrep(),
               "prefixSID=< labelIndex=7  >");
+    EXPECT_EQ(prefixSidFactory(nullptr, originatorSrgbTlvFactory(srgb16k), nullptr)->toStrep(),
+              "prefixSID=< SRGB=< [16000:8000] >");
     EXPECT_EQ(originatorSrgbTlvFactory(srgbTwo)->toStrep(), "[16000:8000][100000:1000]");
     EXPECT_EQ(originatorSrgbTlvFactory({})->toStrep(), "");
     EXPECT_EQ(labelIndexTlvFactory(7)->toStrep(), "7");

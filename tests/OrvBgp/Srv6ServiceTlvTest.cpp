@@ -34,6 +34,9 @@ struct Srv6Traits {
         return srv6ServiceTlvFactory(c);
     }
     static size_t tableSize() { return Srv6ServiceTlvDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<Srv6ServiceTlv>& p) {
+        return p->dedup(Srv6ServiceTlvDedupTable::instance());
+    }
 };
 
 INSTANTIATE_TYPED_TEST_SUITE_P(Srv6Service, InternContract, ::testing::Types<Srv6Traits>);

@@ -15,6 +15,8 @@
 
 // Traits: `content(i)` gives distinct contents for distinct i (0..63 at least); `intern(c)` interns one;
 // `tableSize()` counts the entries of the table intern() uses; `Object` is the interned class.
+// Families whose objects can be interned again by the object itself also give `dedup(p)`, which calls
+// the object's dedup with the table intern() uses.
 template <class Traits>
 class InternContract : public ::testing::Test {
   protected:
@@ -75,5 +77,25 @@ TYPED_TEST_P(InternContract, ConcurrentInternAndRelease) {
     EXPECT_EQ(TestFixture::live(), before);
 }
 
+// Interning an object that is interned already gives that object back, with one more holder.
+TYPED_TEST_P(InternContract, InterningAnInternedObjectAgainReturnsIt) {
+    auto a = TypeParam::intern(TypeParam::content(3));
+    if constexpr (requires { TypeParam::dedup(a); }) {
+        size_t before = TypeParam::tableSize();
+        auto refs = a->refCount();
+        {
+            auto again = TypeParam::dedup(a);
+            EXPECT_EQ(again.get(), a.get());
+            EXPECT_EQ(a->refCount(), refs + 1);
+            EXPECT_EQ(TypeParam::tableSize(), before);
+        }
+        EXPECT_EQ(a->refCount(), refs);
+        EXPECT_EQ(TypeParam::intern(TypeParam::content(3)).get(), a.get());
+    } else {
+        GTEST_SKIP() << "interned through its factory only";
+    }
+}
+
 REGISTER_TYPED_TEST_SUITE_P(InternContract, EqualContentsShareOneObjectWithOneHash,
-                            ReleasingEveryHolderFreesEveryObject, ConcurrentInternAndRelease);
+                            ReleasingEveryHolderFreesEveryObject, ConcurrentInternAndRelease,
+                            InterningAnInternedObjectAgainReturnsIt);

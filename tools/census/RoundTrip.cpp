@@ -5,6 +5,7 @@
 
 #include "OrvBgp/BgpPathAttrType.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
+#include "Serialize/Serialize.h"
 
 #include <cstring>
 
@@ -125,6 +126,7 @@ uint64_t RoundTripCounts::explained(RoundTripReason r) const noexcept {
 void RoundTripCounts::merge(const RoundTripCounts& o) {
     paths += o.paths;
     emptySections += o.emptySections;
+    notWritable += o.notWritable;
     for (size_t i = 0; i < byType.size(); ++i) {
         byType[i].matched += o.byType[i].matched;
         byType[i].mismatched += o.byType[i].mismatched;
@@ -139,6 +141,9 @@ void RoundTripCounts::merge(const RoundTripCounts& o) {
 
 std::string RoundTripCounts::toString() const {
     std::string out;
+    if (notWritable)
+        out += "not writable (an attribute past 65535 bytes): " + std::to_string(notWritable) +
+               " sets\n";
     for (size_t i = 0; i < byType.size(); ++i) {
         const PerType& t = byType[i];
         const uint64_t explainedN = t.explainedTotal();
@@ -270,17 +275,22 @@ void RoundTrip::check(const DecodedPath& path, const Routing::Bgp::PathAttribute
     Sink& sink = *sink_;
     // Most paths arrive exactly as the set is written: then every attribute matches, and the
     // attribute-by-attribute comparison below has nothing to explain.
-    if (contiguous && !mp) {
-        const std::vector<uint8_t>& form = sink.formOf(set, path.asnSize == 4, nextHopArrived);
-        const uint8_t* begin = a.list.front().wire.data();
-        if (sameBytes({begin, size_t(end - begin)}, form)) {
-            for (const PathAttribute& attr : a.list)
-                ++counts_.byType[attr.type].matched;
-            return;
+    try {
+        if (contiguous && !mp) {
+            const std::vector<uint8_t>& form = sink.formOf(set, path.asnSize == 4, nextHopArrived);
+            const uint8_t* begin = a.list.front().wire.data();
+            if (sameBytes({begin, size_t(end - begin)}, form)) {
+                for (const PathAttribute& attr : a.list)
+                    ++counts_.byType[attr.type].matched;
+                return;
+            }
         }
+        sink.reset();
+        set.serializeInternal(&sink, path.asnSize == 4, true, nextHopArrived);
+    } catch (const PathAttributeTooLongException&) {
+        ++counts_.notWritable;
+        return;
     }
-    sink.reset();
-    set.serializeInternal(&sink, path.asnSize == 4, true, nextHopArrived);
 
     const bool mpNextHop = nextHopFromMpReach(path);
     auto explain = [&](uint8_t type, RoundTripReason r) {

@@ -63,6 +63,8 @@ struct RoundTripCounts {
 
     uint64_t paths = 0;         // check() calls
     uint64_t emptySections = 0; // paths that arrived without any attribute: nothing to compare
+    uint64_t notWritable = 0;   // sets with an attribute too long to write (a 2-byte path
+                                // written with 4-byte numbers past 65535 bytes): not compared
     std::array<PerType, 256> byType{};
     std::vector<Sample> samples;
 

@@ -167,6 +167,9 @@ struct AspathTraits {
         return aspathAttrCanonicalFactory(c);
     }
     static size_t tableSize() { return AspathAttrCanonicalDedupTable::instance().size(); }
+    static auto dedup(const Mel::PtrConst<AspathAttrCanonical>& p) {
+        return AspathAttrCanonicalDedupTable::instance().dedup(p);
+    }
 };
 } // namespace
 

@@ -5,6 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <vector>
+
 namespace {
 
 using Census::ContentsBuilder;
@@ -152,6 +155,42 @@ TEST(RoundTrip, PathsWithoutAttributesAreNotCompared) {
     EXPECT_EQ(rt.counts().paths, 1u);
     EXPECT_EQ(rt.counts().emptySections, 1u);
     EXPECT_EQ(rt.counts().matched() + rt.counts().mismatched() + rt.counts().explained(), 0u);
+}
+
+// A long path received with 2-byte AS numbers (over extended messages) fits its attribute as it
+// came; written with 4-byte numbers it does not. The set is counted as not writable, nothing else.
+TEST(RoundTrip, SetTooLongToWriteIsCountedNotWritable) {
+    std::vector<uint8_t> section = {0x40, 1, 1, 0};
+    const size_t count = 32000, segments = (count + 254) / 255;
+    const size_t len = 2 * segments + 2 * count;
+    section.insert(section.end(), {0x50, 2, uint8_t(len >> 8), uint8_t(len)});
+    for (size_t left = count, as = 1; left > 0;) {
+        const size_t k = std::min<size_t>(left, 255);
+        section.insert(section.end(), {2, uint8_t(k)});
+        for (size_t i = 0; i < k; ++i, ++as)
+            section.insert(section.end(), {uint8_t(as >> 8), uint8_t(as)});
+        left -= k;
+    }
+    section.insert(section.end(), {0x40, 3, 4, 10, 0, 0, 1});
+    Received r(section, 2, PathSource::NlriField, Census::kAfiIpv4);
+    ContentsBuilder b;
+    Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(r.path());
+    ASSERT_TRUE(set);
+    RoundTrip rt;
+    rt.check(r.path(), *set); // as it came: written back with 2-byte numbers
+    Census::DecodedPath four = r.path();
+    four.asnSize = 4;
+    rt.check(four, *set);
+    EXPECT_EQ(rt.counts().paths, 2u);
+    EXPECT_EQ(rt.counts().notWritable, 1u);
+    EXPECT_EQ(rt.counts().byType[2].matched, 1u);
+    EXPECT_EQ(rt.counts().mismatched(), 0u);
+    EXPECT_EQ(
+        rt.counts().toString().rfind("not writable (an attribute past 65535 bytes): 1 sets\n", 0),
+        0u);
+    RoundTrip total;
+    total.merge(rt);
+    EXPECT_EQ(total.counts().notWritable, 1u);
 }
 
 TEST(RoundTrip, PerThreadCountsMergeAndSamplesStayCapped) {
