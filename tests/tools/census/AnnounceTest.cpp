@@ -1,0 +1,379 @@
+// --announce against a real BGP speaker: BIRD 2, started here on a loopback address and a free
+// port with a generated configuration, fed one peer's table of a real dump, and asked through its
+// own CLI what it holds. Skipped, saying why, when BIRD is not installed or will not start.
+#include "census/Announce.h"
+
+#include "OrvBgp/BgpPathAttributesMisc.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <netinet/in.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace Census;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+std::string findProgram(const char* name) {
+    for (const char* dir : {"/usr/sbin", "/usr/bin", "/sbin", "/usr/local/sbin"}) {
+        std::string p = std::string(dir) + "/" + name;
+        if (::access(p.c_str(), X_OK) == 0) return p;
+    }
+    return {};
+}
+
+// A port nobody listens on at the moment (127.0.0.1, chosen by the kernel).
+uint16_t freePort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(0x7f000001);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t len = sizeof a;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    ::close(fd);
+    return ntohs(a.sin_port);
+}
+
+// Output of a command, bounded by `timeout`.
+std::string capture(const std::string& cmd) {
+    std::string out;
+    std::FILE* p = ::popen(("timeout 120 " + cmd + " 2>&1").c_str(), "r");
+    if (!p) return out;
+    char buf[65536];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+        out.append(buf, n);
+    ::pclose(p);
+    return out;
+}
+
+// One BIRD on 127.0.0.2, its files in a directory of its own, stopped by its PID.
+class Bird {
+public:
+    ~Bird() { stop(); }
+
+    // Empty when BIRD runs with the protocol `proto` (named p1); else why it does not.
+    std::string start(const std::string& proto, uint16_t port) {
+        const std::string bird = findProgram("bird"), birdc = findProgram("birdc");
+        if (bird.empty() || birdc.empty()) return "BIRD 2 (bird, birdc) is not installed";
+        birdc_ = birdc;
+        char tmpl[] = "/tmp/orv-bird-XXXXXX";
+        if (!::mkdtemp(tmpl)) return "no temporary directory";
+        dir_ = tmpl;
+        sock_ = dir_ + "/ctl";
+        std::ofstream(dir_ + "/bird.conf")
+            << "router id 127.0.0.2;\n"
+               "log \""
+            << dir_ << "/bird.log\" all;\n"
+            << "protocol device { scan time 3600; }\n"
+               "protocol direct { ipv4; ipv6; interface \"lo\"; }\n"
+               "protocol static { ipv6; route ::ffff:0.0.0.0/96 via \"lo\"; }\n"
+               "protocol bgp p1 {\n"
+               "  strict bind on; passive on; multihop; hold time 240;\n"
+               "  local 127.0.0.2 port "
+            << port << proto
+            << "  ipv4 { import all; export none; };\n"
+               "  ipv6 { import all; export none; };\n"
+               "}\n";
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            int null = ::open((dir_ + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            ::dup2(null, 1);
+            ::dup2(null, 2);
+            ::execl(bird.c_str(), bird.c_str(), "-f", "-c", (dir_ + "/bird.conf").c_str(), "-s",
+                    sock_.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        if (pid_ < 0) return "fork failed";
+        const auto deadline = Clock::now() + std::chrono::seconds(15);
+        while (Clock::now() < deadline) {
+            int status = 0;
+            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                return "BIRD did not start: " + slurp(dir_ + "/stdout") + slurp(dir_ + "/bird.log");
+            }
+            if (fs::exists(sock_) && cli("show status").find("Daemon is up") != std::string::npos)
+                return {};
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return "BIRD did not answer on its control socket within 15 s";
+    }
+
+    std::string cli(const std::string& cmd) const {
+        return capture(birdc_ + " -s " + sock_ + " " + cmd);
+    }
+    std::string log() const { return slurp(dir_ + "/bird.log"); }
+
+    // Routes p1 imported (both channels), from its own counters.
+    uint64_t imported() const {
+        std::istringstream in(cli("show protocols all p1"));
+        uint64_t total = 0;
+        for (std::string line; std::getline(in, line);)
+            if (auto at = line.find("Routes:"); at != std::string::npos)
+                total += std::strtoull(line.c_str() + at + 7, nullptr, 10);
+        return total;
+    }
+
+    void stop() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            const auto deadline = Clock::now() + std::chrono::seconds(10);
+            int status = 0;
+            while (::waitpid(pid_, &status, WNOHANG) == 0) {
+                if (Clock::now() > deadline) {
+                    ::kill(pid_, SIGKILL);
+                    ::waitpid(pid_, &status, 0);
+                    break;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+            pid_ = -1;
+        }
+        if (!dir_.empty()) {
+            std::error_code ec;
+            fs::remove_all(dir_, ec);
+            dir_.clear();
+        }
+    }
+
+private:
+    static std::string slurp(const std::string& path) {
+        std::ifstream f(path);
+        std::stringstream s;
+        s << f.rdbuf();
+        return s.str();
+    }
+
+    pid_t pid_ = -1;
+    std::string dir_, sock_, birdc_;
+};
+
+// What BIRD shows of one route.
+struct Shown {
+    std::string origin, asPath, med, localPref, communities, aggregator;
+    bool operator==(const Shown&) const = default;
+};
+
+std::string describe(const Shown& s) {
+    return "origin " + s.origin + ", as_path [" + s.asPath + "], med " + s.med + ", local_pref " +
+           s.localPref + ", community [" + s.communities + "], aggregator " + s.aggregator;
+}
+
+// BIRD writes IPv6 prefixes in its own form; both sides go through inet_pton to compare.
+std::string canonicalPrefix(const std::string& text) {
+    return text;
+}
+
+std::map<std::string, Shown> parseRoutes(const std::string& text) {
+    std::map<std::string, Shown> routes;
+    std::istringstream in(text);
+    Shown* cur = nullptr;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty()) continue;
+        if (line[0] != ' ' && line[0] != '\t') {
+            const size_t end = line.find(' ');
+            const std::string first = line.substr(0, end);
+            if (first.find('/') == std::string::npos) {
+                cur = nullptr;
+                continue;
+            }
+            cur = &routes[canonicalPrefix(first)];
+            cur->med = cur->localPref = cur->aggregator = "-";
+            continue;
+        }
+        if (!cur) continue;
+        const size_t colon = line.find(": ");
+        if (colon == std::string::npos) continue;
+        std::string key =
+            line.substr(line.find_first_not_of(" \t"), colon - line.find_first_not_of(" \t"));
+        std::string value = line.substr(colon + 2);
+        if (key == "BGP.origin") cur->origin = value;
+        if (key == "BGP.as_path") cur->asPath = value;
+        if (key == "BGP.med") cur->med = value;
+        if (key == "BGP.local_pref") cur->localPref = value;
+        if (key == "BGP.community") cur->communities = value;
+        if (key == "BGP.aggregator") cur->aggregator = value;
+    }
+    return routes;
+}
+
+enum class PeerType { external, internal, confed };
+
+struct SessionCase {
+    const char* name;
+    const char* file;
+    PeerType type;
+    bool twoByte;
+    uint32_t ourAs, birdAs, confedId;
+};
+
+// What BIRD must show for a route of the dump, sent over this session.
+Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
+    using namespace Routing::Bgp;
+    Shown s;
+    static const char* const origins[] = {"IGP", "EGP", "Incomplete", "?"};
+    s.origin = origins[uint8_t(set.originGet()) & 3];
+    std::string path;
+    auto add = [&](const std::string& t) {
+        if (!path.empty()) path += ' ';
+        path += t;
+    };
+    if (k.type == PeerType::external) add(std::to_string(k.confedId ? k.confedId : k.ourAs));
+    if (k.type == PeerType::confed) add("(" + std::to_string(k.ourAs) + ")");
+    auto segments = [&](const AsSegmentRun& run) {
+        for (const StoredAsSegment& seg : run) {
+            std::string numbers;
+            for (Orvnet::AutonomousSystem as : seg.as())
+                numbers += (numbers.empty() ? "" : " ") + std::to_string(as.value());
+            switch (seg.segmentType().value()) {
+            case 1:
+                add("{" + numbers + "}");
+                break;
+            case 2:
+                add(numbers);
+                break;
+            case 3:
+                add("(" + numbers + ")");
+                break;
+            default:
+                add("[" + numbers + "]");
+                break;
+            }
+        }
+    };
+    if (auto p = set.aspathAttrGet()) {
+        if (k.type != PeerType::external) segments(p->confedPath());
+        segments(p->path());
+    }
+    s.asPath = path;
+    s.med = set.medGet().isSpecified() ? std::to_string(set.medGet().value()) : "-";
+    const bool seesLocalPref = k.type != PeerType::external;
+    s.localPref = seesLocalPref && set.localPrefGet().isSpecified()
+                      ? std::to_string(set.localPrefGet().value())
+                      : "-";
+    if (auto c = set.commListGet()) {
+        std::vector<uint32_t> v(c->begin(), c->begin() + c->size());
+        for (uint32_t x : v)
+            s.communities += (s.communities.empty() ? "(" : " (") + std::to_string(x >> 16) + "," +
+                             std::to_string(x & 0xffff) + ")";
+    }
+    if (auto a = set.aggregatorGet())
+        s.aggregator =
+            a->aggregatorId().toString() + " AS" + std::to_string(a->autonomousSystem().value());
+    else
+        s.aggregator = "-";
+    return s;
+}
+
+std::string birdProtocol(const SessionCase& k) {
+    std::ostringstream c;
+    c << " as " << k.birdAs << ";\n  neighbor 127.0.0.1 as " << k.ourAs << ";\n";
+    if (k.type == PeerType::confed)
+        c << "  confederation " << k.confedId << ";\n  confederation member yes;\n";
+    return c.str();
+}
+
+std::string shared(const char* file) {
+    return std::string(ORV_SHARED_DIR) + "/data/mrt/" + file;
+}
+
+class AnnounceToBird : public testing::TestWithParam<SessionCase> {};
+
+// Every route the daemon holds has the attributes the dump gave it, with our AS where the session
+// calls for it; it holds every route sent, and the session ends without a NOTIFICATION.
+TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
+    const SessionCase& k = GetParam();
+    const std::string file = shared(k.file);
+    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    AnnounceTable table;
+    std::string error;
+    ASSERT_TRUE(loadAnnounceTable(file, "", table, error)) << error;
+
+    Bird bird;
+    const uint16_t port = freePort();
+    if (std::string why = bird.start(birdProtocol(k), port); !why.empty()) GTEST_SKIP() << why;
+
+    AnnounceOptions o;
+    o.host = "127.0.0.2";
+    o.port = port;
+    o.localAs = k.ourAs;
+    o.peerAs = k.birdAs;
+    o.confedId = k.type == PeerType::confed || k.confedId ? k.confedId : 0;
+    o.twoByteAs = k.twoByte;
+    o.file = file;
+    o.timeoutSeconds = 20;
+    std::string shown;
+    uint64_t imported = 0;
+    o.whileOpen = [&] {
+        // BIRD has the routes once its counters stop moving at the number sent.
+        const auto deadline = Clock::now() + std::chrono::seconds(120);
+        uint64_t last = ~0ull;
+        while (Clock::now() < deadline) {
+            imported = bird.imported();
+            if (imported == table.routes.size() || imported == last) break;
+            last = imported;
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        }
+        shown = bird.cli("show route all protocol p1");
+    };
+    AnnounceResult r = announceTable(o);
+    ASSERT_TRUE(r.ok) << r.error << " " << r.notificationText << "\n"
+                      << r.provokingUpdate << "\n"
+                      << bird.log();
+    EXPECT_FALSE(r.notification);
+    EXPECT_EQ(r.routes, table.routes.size());
+    EXPECT_EQ(r.skipped, 0u);
+    EXPECT_EQ(imported, table.routes.size()) << bird.log();
+
+    const std::map<std::string, Shown> held = parseRoutes(shown);
+    EXPECT_EQ(held.size(), table.routes.size());
+    size_t wrong = 0, missing = 0;
+    for (const auto& [prefix, set] : table.routes) {
+        const std::string key = prefix.toString();
+        auto it = held.find(key);
+        if (it == held.end()) {
+            if (++missing <= 5) ADD_FAILURE() << key << ": not held";
+            continue;
+        }
+        const Shown want = expected(*set, k);
+        if (!(it->second == want) && ++wrong <= 5)
+            ADD_FAILURE() << key << "\n  held: " << describe(it->second)
+                          << "\n  want: " << describe(want);
+    }
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(missing, 0u);
+}
+
+const char kUpdates[] = "updates.20160811.1600.gz";
+const char kTable2002[] = "bview.20020722.2337.gz";
+
+INSTANTIATE_TEST_SUITE_P(
+    Sessions, AnnounceToBird,
+    testing::Values(
+        SessionCase{"External4Byte", kUpdates, PeerType::external, false, 4200000001u, 64990, 0},
+        SessionCase{"External2Byte", kUpdates, PeerType::external, true, 4200000001u, 64990, 0},
+        SessionCase{"Internal", kUpdates, PeerType::internal, false, 64990, 64990, 0},
+        SessionCase{"Confederation", kUpdates, PeerType::confed, false, 65012, 65011, 65500},
+        SessionCase{"FullTable2002External2Byte", kTable2002, PeerType::external, true, 4200000001u,
+                    64990, 0}),
+    [](const testing::TestParamInfo<SessionCase>& i) { return std::string(i.param.name); });
+
+} // namespace
