@@ -5,6 +5,7 @@
 #include "census/MrtDecoder.h"
 
 #include "OrvBgp/BgpPathAttributes.h"
+#include "OrvBgp/OrvBgpNexthop.h"
 #include "OrvBgp/PathAttributesPeerSerializer.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
 
@@ -321,13 +322,7 @@ AnnounceResult announceTable(const AnnounceOptions& o) {
         peer4.nextHopIs(Orvnet::IpAddr::fromHostOrder(session.localAddress().v4Value()));
     else
         peer4.nextHopModeIs(Routing::Bgp::PathAttributesPeer::NextHop::fromSet);
-    std::array<uint8_t, 16> nextHop6{};
-    if (session.localAddress().isV6()) {
-        nextHop6 = session.localAddress().bytes;
-    } else {
-        nextHop6[10] = nextHop6[11] = 0xff;
-        std::memcpy(&nextHop6[12], session.localAddress().bytes.data(), 4);
-    }
+    const bool v6Session = session.localAddress().isV6();
 
     const Clock::time_point t0 = Clock::now();
     std::vector<uint8_t> body;
@@ -336,7 +331,16 @@ AnnounceResult announceTable(const AnnounceOptions& o) {
         for (int family : {4, 6}) {
             const auto& prefixes = family == 4 ? g.v4 : g.v6;
             if (prefixes.empty()) continue;
-            if (family == 6 && !session.ipv6()) {
+            // IPv6: our own address over an IPv6 session, else the set's own IPv6 next hop.
+            std::array<uint8_t, 16> nextHop6{};
+            if (family == 6 && v6Session) {
+                nextHop6 = session.localAddress().bytes;
+            } else if (family == 6) {
+                const Routing::Bgp::GenNexthop* nh = g.set->nextHopGet().get();
+                const Orvnet::IpGenAddr a = nh ? nh->addrOrNone() : Orvnet::IpGenAddr();
+                if (a.isV6()) std::memcpy(nextHop6.data(), a.data(), 16);
+            }
+            if (family == 6 && (!session.ipv6() || nextHop6 == std::array<uint8_t, 16>{})) {
                 r.skipped += prefixes.size();
                 continue;
             }

@@ -9,12 +9,13 @@
 //   confedId, any other peerAs is another member AS of our confederation (a confederation peer);
 //   without it, an external peer. Our OPEN carries localAs (AS_TRANS in the 2-byte field above
 //   65535).
-// - The next hop is ourselves: the session's local IPv4 address as NEXT_HOP, and in MP_REACH_NLRI
-//   the local IPv6 address, or over an IPv4 session that address IPv4-mapped (::ffff:a.b.c.d).
-//   Over an IPv6 session IPv4 routes keep the IPv4 next hop the dump gave them.
+// - The next hop is ourselves where the session's family allows: the local IPv4 address as
+//   NEXT_HOP over an IPv4 session, the local IPv6 address in MP_REACH_NLRI over an IPv6 one. The
+//   other family keeps the next hop the dump gave the route (speakers refuse an IPv4-mapped IPv6
+//   next hop without the extended next hop capability).
 // - One path per prefix: the peer's last announcement of it (path ids are not sent); prefixes
 //   are sent with their host bits cleared. IPv6 routes are sent only when the speaker's OPEN
-//   offers IPv6 unicast; others are counted as not sent.
+//   offers IPv6 unicast and a next hop is at hand; others are counted as not sent.
 // - The session is closed with a Cease NOTIFICATION (administrative shutdown) once End-of-RIB is
 //   sent and whileOpen (if any) has returned; the speaker then drops the routes, as it should.
 #pragma once
