@@ -402,6 +402,7 @@ AnnounceResult announceTable(const AnnounceOptions& o) {
         std::fprintf(o.log, "announce: End-of-RIB sent after %llu routes\n",
                      static_cast<unsigned long long>(r.routes));
 
+    if (!session.settle()) return fail(session.error());
     if (o.whileOpen) {
         std::atomic<bool> done{false};
         std::thread t([&] {
@@ -411,8 +412,6 @@ AnnounceResult announceTable(const AnnounceOptions& o) {
         bool up = session.serviceUntil([&] { return done.load(); });
         t.join();
         if (!up) return fail(session.error());
-    } else if (!session.serviceUntil([] { return true; })) {
-        return fail(session.error());
     }
     r.bytes = session.bytesSent();
     session.shutdown();

@@ -17,7 +17,8 @@
 //   are sent with their host bits cleared. IPv6 routes are sent only when the speaker's OPEN
 //   offers IPv6 unicast and a next hop is at hand; others are counted as not sent.
 // - The session is closed with a Cease NOTIFICATION (administrative shutdown) once End-of-RIB is
-//   sent and whileOpen (if any) has returned; the speaker then drops the routes, as it should.
+//   sent, the speaker's TCP has taken every byte and a second has passed without a NOTIFICATION,
+//   and whileOpen (if any) has returned; the speaker then drops the routes, as it should.
 #pragma once
 
 #include "census/Prefix.h"

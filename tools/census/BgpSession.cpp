@@ -5,10 +5,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <linux/sockios.h>
 #include <netdb.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -17,7 +19,9 @@ namespace Census {
 namespace {
 
 constexpr uint8_t kOpen = 1, kUpdate = 2, kNotification = 3, kKeepalive = 4;
-constexpr size_t kRecentUpdates = 64;
+// UPDATEs kept to name the one a NOTIFICATION answers: as many as a loopback connection's
+// buffers can hold between the speaker reading one and its answer arriving.
+constexpr size_t kRecentBytes = 16u << 20;
 
 IpAddress fromSockaddr(const sockaddr_storage& ss) {
     if (ss.ss_family == AF_INET) {
@@ -189,6 +193,8 @@ bool BgpSession::receive(int timeoutMs) {
     pollfd p{fd_, POLLIN, 0};
     int rc = ::poll(&p, 1, timeoutMs);
     if (rc < 0 && errno != EINTR) return fail(std::string("poll: ") + std::strerror(errno));
+    // Closed or reset: what came before is handed over first (a NOTIFICATION explains it).
+    std::string gone;
     if (rc > 0) {
         uint8_t buf[8192];
         for (;;) {
@@ -199,20 +205,13 @@ bool BgpSession::receive(int timeoutMs) {
                 continue;
             }
             if (n == 0) {
-                // Closed: hand over what came first (a NOTIFICATION explains the close).
-                size_t off = 0;
-                while (in_.size() - off >= kHeaderSize) {
-                    const size_t len = readBe16(&in_[off + 16]);
-                    if (len < kHeaderSize || in_.size() - off < len) break;
-                    if (!handle(in_[off + 18], {in_.data() + off + kHeaderSize, len - kHeaderSize}))
-                        return false;
-                    off += len;
-                }
-                return fail(peerName() + " closed the connection");
+                gone = peerName() + " closed the connection";
+                break;
             }
             if (errno == EAGAIN || errno == EWOULDBLOCK) break;
             if (errno == EINTR) continue;
-            return fail(std::string("reading: ") + std::strerror(errno));
+            gone = std::string("reading: ") + std::strerror(errno);
+            break;
         }
     }
     size_t off = 0;
@@ -227,6 +226,7 @@ bool BgpSession::receive(int timeoutMs) {
         if (!handle(type, body)) return false;
     }
     in_.erase(in_.begin(), in_.begin() + off);
+    if (!gone.empty()) return fail(gone);
     if (hold_ && openReceived_ && Clock::now() - lastReceived_ > std::chrono::seconds(hold_)) {
         uint8_t body[2] = {4, 0};
         sendMessage(kNotification, body);
@@ -255,8 +255,12 @@ bool BgpSession::sendMessage(uint8_t type, std::span<const uint8_t> body) {
             continue;
         }
         if (n < 0 && errno == EINTR) continue;
-        if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK)
-            return fail("writing to " + peerName() + ": " + std::strerror(errno));
+        if (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK) {
+            const std::string why = std::strerror(errno);
+            // The speaker may have said why before it went.
+            if (type != kNotification) receive(0);
+            return fail("writing to " + peerName() + ": " + why);
+        }
         if (type == kNotification) return false; // no waiting to say goodbye
         // Full: read meanwhile, which also catches a NOTIFICATION.
         pollfd p{fd_, POLLOUT | POLLIN, 0};
@@ -268,8 +272,12 @@ bool BgpSession::sendMessage(uint8_t type, std::span<const uint8_t> body) {
     bytes_ += m.size();
     if (type == kUpdate) {
         ++updates_;
+        recentBytes_ += m.size();
         recent_.push_back(std::move(m));
-        if (recent_.size() > kRecentUpdates) recent_.pop_front();
+        while (recentBytes_ > kRecentBytes) {
+            recentBytes_ -= recent_.front().size();
+            recent_.pop_front();
+        }
     }
     return true;
 }
@@ -289,6 +297,19 @@ bool BgpSession::serviceUntil(const std::function<bool()>& done) {
             !sendMessage(kKeepalive, {}))
             return false;
     }
+}
+
+bool BgpSession::settle() {
+    const auto deadline = Clock::now() + std::chrono::seconds(hold_ ? hold_ : 90);
+    for (;;) {
+        int queued = 0;
+        if (fd_ < 0) return fail("session closed");
+        if (::ioctl(fd_, SIOCOUTQ, &queued) != 0 || queued == 0) break;
+        if (Clock::now() > deadline) return fail(peerName() + " stopped reading");
+        if (!receive(50)) return false;
+    }
+    const auto quiet = Clock::now() + std::chrono::seconds(1);
+    return serviceUntil([&] { return Clock::now() >= quiet; });
 }
 
 void BgpSession::shutdown() {

@@ -58,6 +58,9 @@ public:
     // Keeps the session up (KEEPALIVEs, reading, the hold timer) until done() is true, looking
     // at it every 100 ms; false with error() when the session failed first.
     bool serviceUntil(const std::function<bool()>& done);
+    // Waits until the speaker's TCP has taken every byte sent, then a second more, watching for
+    // a NOTIFICATION: BGP acknowledges nothing, so this is as close to "accepted" as it gets.
+    bool settle();
     // Cease / Administrative Shutdown, then close.
     void shutdown();
     void close();
@@ -101,6 +104,7 @@ private:
     Clock::time_point lastSent_{}, lastReceived_{};
     uint64_t updates_ = 0, bytes_ = 0;
     std::deque<std::vector<uint8_t>> recent_; // the last UPDATEs sent, whole
+    size_t recentBytes_ = 0;
 };
 
 } // namespace Census

@@ -19,6 +19,7 @@
 #include <fstream>
 #include <map>
 #include <netinet/in.h>
+#include <poll.h>
 #include <sstream>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -386,5 +387,93 @@ INSTANTIATE_TEST_SUITE_P(
         SessionCase{"FullTable2002External2Byte", kTable2002, PeerType::external, true, 4200000001u,
                     64990, 0}),
     [](const testing::TestParamInfo<SessionCase>& i) { return std::string(i.param.name); });
+
+// A speaker of our own on loopback takes the session and answers the first UPDATE with
+// UPDATE Message Error / Malformed AS_PATH, its data that UPDATE's body: the run ends with exit 1,
+// the NOTIFICATION decoded and that UPDATE named, though more may have been sent by then.
+TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
+    const std::string file = shared(kUpdates);
+    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    int ls = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(0x7f000001);
+    ASSERT_EQ(::bind(ls, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    ASSERT_EQ(::listen(ls, 1), 0);
+    socklen_t alen = sizeof a;
+    ::getsockname(ls, reinterpret_cast<sockaddr*>(&a), &alen);
+    const uint16_t port = ntohs(a.sin_port);
+
+    std::vector<uint8_t> firstUpdate;
+    std::thread speaker([&] {
+        pollfd p{ls, POLLIN, 0};
+        if (::poll(&p, 1, 20000) <= 0) return;
+        int fd = ::accept(ls, nullptr, nullptr);
+        timeval tv{20, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        auto send = [&](uint8_t type, std::vector<uint8_t> body) {
+            std::vector<uint8_t> m(16, 0xff);
+            m.push_back(uint8_t((19 + body.size()) >> 8));
+            m.push_back(uint8_t(19 + body.size()));
+            m.push_back(type);
+            m.insert(m.end(), body.begin(), body.end());
+            (void)!::write(fd, m.data(), m.size());
+        };
+        std::vector<uint8_t> in;
+        uint8_t buf[4096];
+        for (bool done = false; !done;) {
+            ssize_t n = ::read(fd, buf, sizeof buf);
+            if (n <= 0) break;
+            in.insert(in.end(), buf, buf + n);
+            while (!done && in.size() >= 19 && in.size() >= size_t(in[16] << 8 | in[17])) {
+                const size_t len = size_t(in[16] << 8 | in[17]);
+                std::vector<uint8_t> msg(in.begin(), in.begin() + len);
+                in.erase(in.begin(), in.begin() + len);
+                if (msg[18] == 1) {
+                    // AS 64990, hold 90, id 127.0.0.9, IPv4 unicast and 4-byte AS 64990.
+                    send(1, {4, 0xfd, 0xde, 0, 90, 127, 0,  0, 9, 14, 2,    12,
+                             1, 4,    0,    1, 0,  1,   65, 4, 0, 0,  0xfd, 0xde});
+                    send(4, {});
+                } else if (msg[18] == 2) {
+                    firstUpdate = msg;
+                    std::vector<uint8_t> body = {3, 11};
+                    body.insert(body.end(), msg.begin() + 19, msg.end());
+                    send(3, body);
+                    done = true;
+                }
+            }
+        }
+        ::close(fd);
+    });
+
+    std::vector<std::string> args = {
+        "bgp-attr-census", "--announce", "127.0.0.1:" + std::to_string(port),
+        "--local-as",      "64901",      "--peer-as",
+        "64990",           file};
+    std::vector<const char*> argv;
+    for (const std::string& s : args)
+        argv.push_back(s.c_str());
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = announceMain(int(argv.size()), argv.data(), out, err);
+    speaker.join();
+    ::close(ls);
+    std::string errText(size_t(std::ftell(err)), '\0');
+    std::rewind(err);
+    (void)!std::fread(errText.data(), 1, errText.size(), err);
+    std::fclose(out);
+    std::fclose(err);
+
+    EXPECT_EQ(status, 1);
+    ASSERT_FALSE(firstUpdate.empty());
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (uint8_t b : firstUpdate)
+        hex += {digits[b >> 4], digits[b & 15]};
+    EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
+              std::string::npos)
+        << errText;
+    EXPECT_NE(errText.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << errText;
+}
 
 } // namespace
