@@ -103,14 +103,31 @@ bool BgpSession::open(const Config& c) {
             uint8_t(id >> 16),
             uint8_t(id >> 8),
             uint8_t(id)};
-    std::vector<uint8_t> caps = {1, 4, 0, 1, 0, 1, 1, 4, 0, 2, 0, 1};
-    if (c.fourByteAs)
-        caps.insert(caps.end(), {65, 4, uint8_t(c.localAs >> 24), uint8_t(c.localAs >> 16),
-                                 uint8_t(c.localAs >> 8), uint8_t(c.localAs)});
-    open.push_back(uint8_t(caps.size() + 2));
+    // Multiprotocol IPv4 and IPv6 unicast, then the 4-octet AS capability.
+    const uint8_t caps[] = {1,
+                            4,
+                            0,
+                            1,
+                            0,
+                            1,
+                            1,
+                            4,
+                            0,
+                            2,
+                            0,
+                            1,
+                            65,
+                            4,
+                            uint8_t(c.localAs >> 24),
+                            uint8_t(c.localAs >> 16),
+                            uint8_t(c.localAs >> 8),
+                            uint8_t(c.localAs)};
+    const size_t capsLen = c.fourByteAs ? sizeof caps : 12;
+    open.push_back(uint8_t(capsLen + 2));
     open.push_back(2); // capabilities
-    open.push_back(uint8_t(caps.size()));
-    open.insert(open.end(), caps.begin(), caps.end());
+    open.push_back(uint8_t(capsLen));
+    for (size_t i = 0; i < capsLen; ++i)
+        open.push_back(caps[i]);
     if (!sendMessage(kOpen, open)) return false;
     while (!openReceived_)
         if (!receive(msUntil(deadline)) || Clock::now() >= deadline)
