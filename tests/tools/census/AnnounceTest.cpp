@@ -476,4 +476,46 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
     EXPECT_NE(errText.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << errText;
 }
 
+// Usage errors exit 2 naming the fault before anything is read or sent; a speaker that is not
+// there exits 1 naming the address.
+TEST(Announce, CommandLineFaults) {
+    struct Row {
+        std::vector<std::string> args;
+        int status;
+        const char* message;
+    };
+    const std::string file = shared(kUpdates);
+    const std::string closed = "127.0.0.1:" + std::to_string(freePort());
+    const std::vector<Row> rows = {
+        {{"--announce"}, 2, "--announce needs a value"},
+        {{"--announce", "h:99999", "--local-as", "1", "--peer-as", "2", "f"}, 2, "bad port 99999"},
+        {{"--announce", "[::1", "--local-as", "1", "--peer-as", "2", "f"}, 2, "no ] in [::1"},
+        {{"--announce", "h", "--peer-as", "2", "f"}, 2, "needs --local-as and --peer-as"},
+        {{"--announce", "h", "--local-as", "0", "--peer-as", "2", "f"}, 2, "wants an AS number"},
+        {{"--announce", "h", "--local-as", "1", "--peer-as", "2"}, 2, "--announce needs FILE"},
+        {{"--announce", "h", "--local-as", "1", "--peer-as", "2", "--linger", "x", "f"},
+         2,
+         "--linger wants"},
+        {{"--announce", closed, "--local-as", "1", "--peer-as", "2", file},
+         1,
+         "connecting to 127.0.0.1"},
+    };
+    for (const Row& row : rows) {
+        if (row.status == 1 && !fs::exists(file)) continue;
+        std::vector<const char*> argv = {"bgp-attr-census"};
+        for (const std::string& a : row.args)
+            argv.push_back(a.c_str());
+        std::FILE* out = std::tmpfile();
+        std::FILE* err = std::tmpfile();
+        const int status = announceMain(int(argv.size()), argv.data(), out, err);
+        std::string text(size_t(std::ftell(err)), '\0');
+        std::rewind(err);
+        (void)!std::fread(text.data(), 1, text.size(), err);
+        std::fclose(out);
+        std::fclose(err);
+        EXPECT_EQ(status, row.status) << row.message;
+        EXPECT_NE(text.find(row.message), std::string::npos) << text;
+    }
+}
+
 } // namespace
