@@ -109,7 +109,8 @@ public:
                 pid_ = -1;
                 return "BIRD did not start: " + slurp(dir_ + "/stdout") + slurp(dir_ + "/bird.log");
             }
-            if (fs::exists(sock_) && cli("show status").find("Daemon is up") != std::string::npos)
+            // Up, and p1 listening for us.
+            if (fs::exists(sock_) && cli("show protocols p1").find("Passive") != std::string::npos)
                 return {};
             std::this_thread::sleep_for(std::chrono::milliseconds(100));
         }
