@@ -113,7 +113,8 @@ class PathAttributesPeerSerializer {
 public:
     // Every attribute of the set as this peer gets it, in ascending type code, one store call per
     // attribute. The set may be of any tier, inbound or outbound. An external peer needs a local
-    // AS: its absence is the AS path serializer's assertion "peerInternal".
+    // AS: its absence is the AS path serializer's assertion "peerInternal". A value too long for
+    // its attribute is refused by the attribute header writer, and that reaches the caller.
     static void serialize(const PathAttributesInterface& set, const PathAttributesPeer& peer,
                           PathAttributesSerializeStoreMethodBase& store);
     // The same attributes appended back to back to out. Without a heap allocation while they fit

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstring>
 #include <deque>
+#include <exception>
 #include <map>
 #include <string_view>
 #include <thread>
@@ -346,8 +347,14 @@ AnnounceResult announceTable(const AnnounceOptions& o) {
             }
             attrs.bytes.clear();
             attrs.split = std::string::npos;
-            Routing::Bgp::PathAttributesPeerSerializer::serialize(
-                *g.set, family == 4 ? peer4 : peer6, attrs);
+            try {
+                Routing::Bgp::PathAttributesPeerSerializer::serialize(
+                    *g.set, family == 4 ? peer4 : peer6, attrs);
+            } catch (const std::exception&) {
+                // A value longer than an attribute can carry: the set cannot be sent as held.
+                r.skipped += prefixes.size();
+                continue;
+            }
             // Room for NLRI: the message less header (19), the two length fields (4), the
             // attributes and, for IPv6, MP_REACH_NLRI's own header and fields (4 + 5 + 16).
             const size_t fixed =

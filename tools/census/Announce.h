@@ -73,8 +73,10 @@ struct AnnounceResult {
     uint64_t updates = 0; // UPDATEs sent, End-of-RIB markers included
     uint64_t routes = 0;  // prefixes sent
     uint64_t bytes = 0;   // bytes of all BGP messages sent
-    uint64_t skipped = 0; // routes of a family the speaker did not offer
-    double seconds = 0;   // from the first UPDATE to the last End-of-RIB
+    // Routes not sent: of a family the speaker did not offer or without a next hop for it, or of
+    // a set that cannot be written (a value too long for its attribute, or over one UPDATE).
+    uint64_t skipped = 0;
+    double seconds = 0; // from the first UPDATE to the last End-of-RIB
     // A NOTIFICATION received: its code and subcode, their names, and the UPDATE (hex, whole
     // message) most likely to have provoked it.
     bool notification = false;
