@@ -7,7 +7,7 @@ SHELL := /bin/bash
 
 DEPS := cmake ninja-build g++ clang-14 libclang-rt-14-dev pkg-config libboost1.81-dev \
         libxxhash-dev zlib1g-dev libbz2-dev googletest libgtest-dev libgmock-dev \
-        libbenchmark-dev tshark clang-format
+        libbenchmark-dev tshark clang-format bird2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 
 # What `make demo` runs once the release build is done: the census over the synthetic table, then

@@ -127,6 +127,16 @@ bool AspathAttrCanonicalSerializer::asSegmentSerialize(AsSegmentRef segment, boo
 AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
     const AspathAttrCanonical* path, uint8_t type, bool confed, bool peerInternal, bool fourByte,
     Orvnet::AutonomousSystem localAs, bool prependOwnDisabled) {
+    Serialize s;
+    bool needAs4Path =
+        serialize(path, type, confed, peerInternal, fourByte, localAs, prependOwnDisabled, s);
+    return {needAs4Path, s.serializedBytes()};
+}
+
+bool AspathAttrCanonicalSerializer::serialize(const AspathAttrCanonical* path, uint8_t type,
+                                              bool confed, bool peerInternal, bool fourByte,
+                                              Orvnet::AutonomousSystem localAs,
+                                              bool prependOwnDisabled, Serialize& s) {
     TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: AspathAttrCanonicalSerializer::serialize()");
     ORV_ASSERT(BgpPathAttrType::asPath_ == type || BgpPathAttrType::as4Path_ == type);
     ORV_ASSERT(BgpPathAttrType::as4Path_ != type || fourByte);
@@ -194,7 +204,7 @@ AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
     uint8_t flags = BgpPathAttrType::as4Path_ == type
                         ? uint8_t(pathAttrFlagOptional | pathAttrFlagTransitive)
                         : pathAttrFlagTransitive;
-    Serialize s;
+    const size_t start = s.size();
     size_t headerLen = SerializePathAttribute(s, type, flags, valueLen);
     bool needAs4Path = false;
     forEachWritten([&](AsSegmentRef seg, Orvnet::AutonomousSystem prependAs, bool ordinary) {
@@ -203,8 +213,8 @@ AspathAttrCanonicalSerializeResult AspathAttrCanonicalSerializer::serialize(
         bool substituted = asSegmentSerialize(seg, fourByte, prependAs, s);
         if (ordinary) needAs4Path |= substituted;
     });
-    ORV_ASSERT(s.size() == headerLen + valueLen);
-    return {needAs4Path, s.serializedBytes()};
+    ORV_ASSERT(s.size() == start + headerLen + valueLen);
+    return needAs4Path;
 }
 
 std::string AspathAttrCanonicalSerializer::serializeStr(const AspathAttrCanonical* path,

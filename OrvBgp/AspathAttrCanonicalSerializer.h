@@ -63,6 +63,11 @@ public:
     static AspathAttrCanonicalSerializeResult
     serialize(const AspathAttrCanonical* path, uint8_t type, bool confed, bool peerInternal,
               bool fourByte, Orvnet::AutonomousSystem localAs, bool prependOwnDisabled);
+    // The same attribute appended to out (no allocation while out has inline room); returns
+    // needAs4Path.
+    static bool serialize(const AspathAttrCanonical* path, uint8_t type, bool confed,
+                          bool peerInternal, bool fourByte, Orvnet::AutonomousSystem localAs,
+                          bool prependOwnDisabled, Serialize& out);
     // The bytes of serialize(), always as AS_PATH (type 2) whatever `type` says.
     static std::string serializeStr(const AspathAttrCanonical* path, uint8_t type, bool confed,
                                     bool peerInternal, bool fourByte,

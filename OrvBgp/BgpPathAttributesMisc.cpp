@@ -117,12 +117,18 @@ bool Aggregator::compareByContent(const Keel::DedupContentHandle& content) const
 Mel::Bytes Aggregator::serialize(uint8_t type, bool fourByteAs,
                                  Orvnet::AutonomousSystem replacementAs,
                                  Orvnet::AutonomousSystem matchedAs) const {
+    Serialize s;
+    serialize(type, fourByteAs, replacementAs, matchedAs, s);
+    return s.serializedBytes();
+}
+
+void Aggregator::serialize(uint8_t type, bool fourByteAs, Orvnet::AutonomousSystem replacementAs,
+                           Orvnet::AutonomousSystem matchedAs, Serialize& s) const {
     TRACE_AT(Tracelet::orvBgp(), 5, "Serializing: Aggregator::serialize()");
     ORV_ASSERT(BgpPathAttrType::aggregator_ == type || BgpPathAttrType::as4Aggregator_ == type);
     ORV_ASSERT(BgpPathAttrType::as4Aggregator_ != type || fourByteAs);
     const Orvnet::AutonomousSystem as =
         autonomousSystem_ == matchedAs ? replacementAs : autonomousSystem_;
-    Serialize s;
     SerializePathAttribute(s, type, pathAttrFlagOptional | pathAttrFlagTransitive,
                            fourByteAs ? 8 : 6);
     if (fourByteAs)
@@ -130,7 +136,6 @@ Mel::Bytes Aggregator::serialize(uint8_t type, bool fourByteAs,
     else
         s.addAs2(as);
     s.addIpv4Addr(aggregatorId_);
-    return s.serializedBytes();
 }
 
 std::string Aggregator::toStrep() const {

@@ -22,6 +22,8 @@
 #include <iosfwd>
 #include <string>
 
+class Serialize;
+
 namespace Routing::Bgp {
 
 // ---- AIGP --------------------------------------------------------------------------------------
@@ -135,6 +137,9 @@ public:
     // standing in for numbers above 65535. Type 18 needs fourByteAs.
     Mel::Bytes serialize(uint8_t type, bool fourByteAs, Orvnet::AutonomousSystem replacementAs,
                          Orvnet::AutonomousSystem matchedAs) const;
+    // The same attribute appended to out.
+    void serialize(uint8_t type, bool fourByteAs, Orvnet::AutonomousSystem replacementAs,
+                   Orvnet::AutonomousSystem matchedAs, Serialize& out) const;
     // Display form: "(aggregated by 65001 10.0.0.1)".
     std::string toStrep() const;
 

@@ -4,6 +4,7 @@
 // content in a std::unordered_set, and encoded field by field into a std::vector.
 #include "OrvBgp/AddressNexthop.h"
 #include "OrvBgp/BgpPathAttributes.h"
+#include "OrvBgp/PathAttributesPeerSerializer.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
 
 #include <benchmark/benchmark.h>
@@ -186,6 +187,26 @@ void BM_Ours_SerializeInternal(benchmark::State& state) {
     state.counters["bytes"] = double(store.str().size());
 }
 
+// The same set written for one external peer (arg 0: 2-byte AS numbers, 1: 4-byte) into the
+// agent's byte writer: the local AS prepended, NEXT_HOP given, AS4_PATH where the path needs it.
+void BM_Ours_SerializeForPeer(benchmark::State& state) {
+    Population& pop = population();
+    auto a =
+        PathAttributesFactory(pop.contents[1]).dedupContent(&PathAttributesDedupTable::instance());
+    PathAttributesPeer peer;
+    peer.fourByteAsIs(state.range(0) == 1)
+        .localAsIs(65001)
+        .nextHopIs(Orvnet::IpAddr::fromHostOrder(0xc0000201));
+    Serialize out;
+    for (auto _ : state) {
+        out.clear();
+        PathAttributesPeerSerializer::serialize(*a, peer, out);
+        benchmark::DoNotOptimize(out.span().data());
+    }
+    state.SetLabel(state.range(0) == 1 ? "4-byte peer" : "2-byte peer");
+    state.counters["bytes"] = double(out.size());
+}
+
 void BM_Baseline_Serialize(benchmark::State& state) {
     const Plain& p = population().plains[1];
     std::vector<uint8_t> out;
@@ -218,6 +239,7 @@ BENCHMARK(BM_Ours_DedupContentExisting);
 BENCHMARK(BM_Baseline_LookupExisting);
 BENCHMARK(BM_Ours_BytesPerTier)->DenseRange(0, 4)->Iterations(1);
 BENCHMARK(BM_Ours_SerializeInternal);
+BENCHMARK(BM_Ours_SerializeForPeer)->Arg(0)->Arg(1);
 BENCHMARK(BM_Baseline_Serialize);
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "census/Cli.h"
 
+#include "census/Announce.h"
 #include "census/BgpdumpFormat.h"
 #include "census/Distributions.h"
 #include "census/Progress.h"
@@ -31,7 +32,11 @@ const char kUsage[] =
     "  --dump                    print `bgpdump -m` lines on stdout, counts on stderr\n"
     "                            (reads only; nothing is interned)\n"
     "  --measure-distributions   print the distributions the synthetic table is drawn from,\n"
-    "                            measured over FILE ...\n";
+    "                            measured over FILE ...\n"
+    "  --announce HOST[:PORT] --local-as AS --peer-as AS [--two-byte-as] [--confed-id AS]\n"
+    "             [--from-peer ADDR] [--linger SECONDS] FILE\n"
+    "                            send one peer's final table of FILE to a BGP speaker\n"
+    "                            (`--announce --help` says more)\n";
 
 bool parseNumber(const char* s, uint64_t& v) {
     const char* end = s + std::strlen(s);
@@ -227,6 +232,7 @@ std::optional<CliOptions> parseCensusArgs(int argc, const char* const* argv, std
 
 int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err,
                bool exitWhenDone) {
+    if (wantsAnnounce(argc, argv)) return announceMain(argc, argv, out, err);
     std::string error;
     std::optional<CliOptions> parsed = parseCensusArgs(argc, argv, error);
     if (!parsed) {

@@ -1,0 +1,522 @@
+// --announce against a real BGP speaker: BIRD 2, started here on a loopback address and a free
+// port with a generated configuration, fed one peer's table of a real dump, and asked through its
+// own CLI what it holds. Skipped, saying why, when BIRD is not installed or will not start.
+#include "census/Announce.h"
+
+#include "OrvBgp/BgpPathAttributesMisc.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <map>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sstream>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+namespace {
+
+using namespace Census;
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+std::string findProgram(const char* name) {
+    for (const char* dir : {"/usr/sbin", "/usr/bin", "/sbin", "/usr/local/sbin"}) {
+        std::string p = std::string(dir) + "/" + name;
+        if (::access(p.c_str(), X_OK) == 0) return p;
+    }
+    return {};
+}
+
+// A port nobody listens on at the moment (127.0.0.1, chosen by the kernel).
+uint16_t freePort() {
+    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(0x7f000001);
+    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
+    socklen_t len = sizeof a;
+    ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    ::close(fd);
+    return ntohs(a.sin_port);
+}
+
+// Output of a command, bounded by `timeout`.
+std::string capture(const std::string& cmd) {
+    std::string out;
+    std::FILE* p = ::popen(("timeout 120 " + cmd + " 2>&1").c_str(), "r");
+    if (!p) return out;
+    char buf[65536];
+    size_t n;
+    while ((n = std::fread(buf, 1, sizeof buf, p)) > 0)
+        out.append(buf, n);
+    ::pclose(p);
+    return out;
+}
+
+// One BIRD on 127.0.0.2, its files in a directory of its own, stopped by its PID.
+class Bird {
+public:
+    ~Bird() { stop(); }
+
+    // Empty when BIRD runs with the protocol `proto` (named p1); else why it does not.
+    std::string start(const std::string& proto, uint16_t port) {
+        const std::string bird = findProgram("bird"), birdc = findProgram("birdc");
+        if (bird.empty() || birdc.empty()) return "BIRD 2 (bird, birdc) is not installed";
+        birdc_ = birdc;
+        char tmpl[] = "/tmp/orv-bird-XXXXXX";
+        if (!::mkdtemp(tmpl)) return "no temporary directory";
+        dir_ = tmpl;
+        sock_ = dir_ + "/ctl";
+        std::ofstream(dir_ + "/bird.conf")
+            << "router id 127.0.0.2;\n"
+               "log \""
+            << dir_ << "/bird.log\" all;\n"
+            << "protocol device { scan time 3600; }\n"
+               "protocol bgp p1 {\n"
+               "  strict bind on; passive on; multihop; hold time 240;\n"
+               "  local 127.0.0.2 port "
+            << port << proto
+            << "  ipv4 { import all; export none; };\n"
+               "  ipv6 { import all; export none; };\n"
+               "}\n";
+        pid_ = ::fork();
+        if (pid_ == 0) {
+            int null = ::open((dir_ + "/stdout").c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+            ::dup2(null, 1);
+            ::dup2(null, 2);
+            ::execl(bird.c_str(), bird.c_str(), "-f", "-c", (dir_ + "/bird.conf").c_str(), "-s",
+                    sock_.c_str(), static_cast<char*>(nullptr));
+            ::_exit(127);
+        }
+        if (pid_ < 0) return "fork failed";
+        const auto deadline = Clock::now() + std::chrono::seconds(15);
+        while (Clock::now() < deadline) {
+            int status = 0;
+            if (::waitpid(pid_, &status, WNOHANG) == pid_) {
+                pid_ = -1;
+                return "BIRD did not start: " + slurp(dir_ + "/stdout") + slurp(dir_ + "/bird.log");
+            }
+            // Up, and p1 listening for us.
+            if (fs::exists(sock_) && cli("show protocols p1").find("Passive") != std::string::npos)
+                return {};
+            std::this_thread::sleep_for(std::chrono::milliseconds(100));
+        }
+        return "BIRD did not answer on its control socket within 15 s";
+    }
+
+    std::string cli(const std::string& cmd) const {
+        return capture(birdc_ + " -s " + sock_ + " " + cmd);
+    }
+    std::string log() const { return slurp(dir_ + "/bird.log"); }
+
+    // Routes p1 imported (both channels), from its own counters.
+    uint64_t imported() const {
+        std::istringstream in(cli("show protocols all p1"));
+        uint64_t total = 0;
+        for (std::string line; std::getline(in, line);)
+            if (auto at = line.find("Routes:"); at != std::string::npos)
+                total += std::strtoull(line.c_str() + at + 7, nullptr, 10);
+        return total;
+    }
+
+    void stop() {
+        if (pid_ > 0) {
+            ::kill(pid_, SIGTERM);
+            const auto deadline = Clock::now() + std::chrono::seconds(10);
+            int status = 0;
+            while (::waitpid(pid_, &status, WNOHANG) == 0) {
+                if (Clock::now() > deadline) {
+                    ::kill(pid_, SIGKILL);
+                    ::waitpid(pid_, &status, 0);
+                    break;
+                }
+                std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            }
+            pid_ = -1;
+        }
+        if (!dir_.empty()) {
+            std::error_code ec;
+            fs::remove_all(dir_, ec);
+            dir_.clear();
+        }
+    }
+
+private:
+    static std::string slurp(const std::string& path) {
+        std::ifstream f(path);
+        std::stringstream s;
+        s << f.rdbuf();
+        return s.str();
+    }
+
+    pid_t pid_ = -1;
+    std::string dir_, sock_, birdc_;
+};
+
+// What BIRD shows of one route.
+struct Shown {
+    std::string origin, asPath, med, localPref, communities, aggregator;
+    bool operator==(const Shown&) const = default;
+};
+
+std::string describe(const Shown& s) {
+    return "origin " + s.origin + ", as_path [" + s.asPath + "], med " + s.med + ", local_pref " +
+           s.localPref + ", community [" + s.communities + "], aggregator " + s.aggregator;
+}
+
+std::map<std::string, Shown> parseRoutes(const std::string& text) {
+    std::map<std::string, Shown> routes;
+    std::istringstream in(text);
+    Shown* cur = nullptr;
+    std::string* last = nullptr;
+    for (std::string line; std::getline(in, line);) {
+        if (line.empty()) continue;
+        if (line[0] != ' ' && line[0] != '\t') {
+            const size_t end = line.find(' ');
+            const std::string first = line.substr(0, end);
+            last = nullptr;
+            if (first.find('/') == std::string::npos) {
+                cur = nullptr;
+                continue;
+            }
+            cur = &routes[first];
+            cur->med = cur->localPref = cur->aggregator = "-";
+            continue;
+        }
+        if (!cur) continue;
+        const size_t start = line.find_first_not_of(" \t");
+        const size_t colon = line.find(": ");
+        if (colon == std::string::npos || line.compare(start, 4, "BGP.") != 0) {
+            // BIRD breaks a long value over lines of its own.
+            if (last) *last += " " + line.substr(start);
+            continue;
+        }
+        const std::string key = line.substr(start, colon - start);
+        const std::string value = line.substr(colon + 2);
+        last = nullptr;
+        if (key == "BGP.origin") last = &cur->origin;
+        if (key == "BGP.as_path") last = &cur->asPath;
+        if (key == "BGP.med") last = &cur->med;
+        if (key == "BGP.local_pref") last = &cur->localPref;
+        if (key == "BGP.community") last = &cur->communities;
+        if (key == "BGP.aggregator") last = &cur->aggregator;
+        if (last) *last = value;
+    }
+    return routes;
+}
+
+enum class PeerType { external, internal, confed };
+
+struct SessionCase {
+    const char* name;
+    const char* file;
+    PeerType type;
+    bool twoByte;
+    uint32_t ourAs, birdAs, confedId;
+    const char* fromPeer = ""; // the dump's peer; by default the one with most routes
+};
+
+// What BIRD must show for a route of the dump, sent over this session.
+Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
+    using namespace Routing::Bgp;
+    Shown s;
+    static const char* const origins[] = {"IGP", "EGP", "Incomplete", "?"};
+    s.origin = origins[uint8_t(set.originGet()) & 3];
+    std::string path;
+    auto add = [&](const std::string& t) {
+        if (!path.empty()) path += ' ';
+        path += t;
+    };
+    if (k.type == PeerType::external) add(std::to_string(k.confedId ? k.confedId : k.ourAs));
+    if (k.type == PeerType::confed) add("(" + std::to_string(k.ourAs) + ")");
+    auto segments = [&](const AsSegmentRun& run) {
+        for (const StoredAsSegment& seg : run) {
+            std::string numbers;
+            for (Orvnet::AutonomousSystem as : seg.as())
+                numbers += (numbers.empty() ? "" : " ") + std::to_string(as.value());
+            switch (seg.segmentType().value()) {
+            case 1:
+                add("{" + numbers + "}");
+                break;
+            case 2:
+                add(numbers);
+                break;
+            case 3:
+                add("(" + numbers + ")");
+                break;
+            default:
+                add("[" + numbers + "]");
+                break;
+            }
+        }
+    };
+    if (auto p = set.aspathAttrGet()) {
+        if (k.type != PeerType::external) segments(p->confedPath());
+        segments(p->path());
+    }
+    s.asPath = path;
+    s.med = set.medGet().isSpecified() ? std::to_string(set.medGet().value()) : "-";
+    // Toward an external peer none is sent; where none arrives BIRD sets its default, 100.
+    s.localPref = k.type != PeerType::external && set.localPrefGet().isSpecified()
+                      ? std::to_string(set.localPrefGet().value())
+                      : "100";
+    if (auto c = set.commListGet()) {
+        std::vector<uint32_t> v(c->begin(), c->begin() + c->size());
+        for (uint32_t x : v)
+            s.communities += (s.communities.empty() ? "(" : " (") + std::to_string(x >> 16) + "," +
+                             std::to_string(x & 0xffff) + ")";
+    }
+    if (auto a = set.aggregatorGet())
+        s.aggregator =
+            a->aggregatorId().toString() + " AS" + std::to_string(a->autonomousSystem().value());
+    else
+        s.aggregator = "-";
+    return s;
+}
+
+std::string birdProtocol(const SessionCase& k) {
+    std::ostringstream c;
+    // A 2-byte speaker whose AS does not fit says AS_TRANS in its OPEN.
+    const uint32_t ourOpenAs = k.twoByte && k.ourAs > 0xffff ? 23456 : k.ourAs;
+    c << " as " << k.birdAs << ";\n  neighbor 127.0.0.1 as " << ourOpenAs << ";\n";
+    if (k.type == PeerType::confed)
+        c << "  confederation " << k.confedId << ";\n  confederation member yes;\n";
+    return c.str();
+}
+
+std::string shared(const char* file) {
+    return std::string(ORV_SHARED_DIR) + "/data/mrt/" + file;
+}
+
+void PrintTo(const SessionCase& k, std::ostream* os) {
+    *os << k.name;
+}
+
+class AnnounceToBird : public testing::TestWithParam<SessionCase> {};
+
+// Every route the daemon holds has the attributes the dump gave it, with our AS where the session
+// calls for it; it holds every route sent, and the session ends without a NOTIFICATION.
+TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
+    const SessionCase& k = GetParam();
+    const std::string file = shared(k.file);
+    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    AnnounceTable table;
+    std::string error;
+    ASSERT_TRUE(loadAnnounceTable(file, k.fromPeer, table, error)) << error;
+
+    Bird bird;
+    const uint16_t port = freePort();
+    if (std::string why = bird.start(birdProtocol(k), port); !why.empty()) GTEST_SKIP() << why;
+
+    AnnounceOptions o;
+    o.host = "127.0.0.2";
+    o.port = port;
+    o.localAs = k.ourAs;
+    o.peerAs = k.birdAs;
+    o.confedId = k.type == PeerType::confed || k.confedId ? k.confedId : 0;
+    o.twoByteAs = k.twoByte;
+    o.file = file;
+    o.fromPeer = k.fromPeer;
+    o.timeoutSeconds = 20;
+    std::string shown;
+    uint64_t imported = 0;
+    o.whileOpen = [&] {
+        // BIRD has the routes once its counters stop moving at the number sent.
+        const auto deadline = Clock::now() + std::chrono::seconds(120);
+        uint64_t last = ~0ull;
+        while (Clock::now() < deadline) {
+            imported = bird.imported();
+            if (imported == table.routes.size() || imported == last) break;
+            last = imported;
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+        }
+        shown = bird.cli("show route all protocol p1");
+    };
+    AnnounceResult r = announceTable(o);
+    ASSERT_TRUE(r.ok) << r.error << " " << r.notificationText << "\n"
+                      << r.provokingUpdate << "\n"
+                      << bird.log();
+    EXPECT_FALSE(r.notification);
+    EXPECT_EQ(r.routes, table.routes.size());
+    EXPECT_EQ(r.skipped, 0u);
+    EXPECT_EQ(imported, table.routes.size()) << bird.log();
+
+    const std::map<std::string, Shown> held = parseRoutes(shown);
+    EXPECT_EQ(held.size(), table.routes.size());
+    size_t wrong = 0, missing = 0;
+    for (const auto& [prefix, set] : table.routes) {
+        const std::string key = prefix.toString();
+        auto it = held.find(key);
+        if (it == held.end()) {
+            if (++missing <= 5) ADD_FAILURE() << key << ": not held";
+            continue;
+        }
+        const Shown want = expected(*set, k);
+        if (!(it->second == want) && ++wrong <= 5)
+            ADD_FAILURE() << key << "\n  held: " << describe(it->second)
+                          << "\n  want: " << describe(want);
+    }
+    EXPECT_EQ(wrong, 0u);
+    EXPECT_EQ(missing, 0u);
+}
+
+const char kUpdates[] = "updates.20160811.1600.gz";
+const char kTable2002[] = "bview.20020722.2337.gz";
+
+INSTANTIATE_TEST_SUITE_P(
+    Sessions, AnnounceToBird,
+    testing::Values(
+        SessionCase{"External4Byte", kUpdates, PeerType::external, false, 4200000001u, 64990, 0},
+        SessionCase{"External2Byte", kUpdates, PeerType::external, true, 4200000001u, 64990, 0},
+        // A peer with IPv6 routes: MP_REACH_NLRI.
+        SessionCase{"Internal", kUpdates, PeerType::internal, false, 64990, 64990, 0,
+                    "2001:7f8:54::71"},
+        SessionCase{"Confederation", kUpdates, PeerType::confed, false, 65012, 65011, 65500},
+        SessionCase{"FullTable2002External2Byte", kTable2002, PeerType::external, true, 4200000001u,
+                    64990, 0}),
+    [](const testing::TestParamInfo<SessionCase>& i) { return std::string(i.param.name); });
+
+// A speaker of our own on loopback takes the session and answers the first UPDATE with
+// UPDATE Message Error / Malformed AS_PATH, its data that UPDATE's body: the run ends with exit 1,
+// the NOTIFICATION decoded and that UPDATE named, though more may have been sent by then.
+TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
+    const std::string file = shared(kUpdates);
+    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    int ls = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in a{};
+    a.sin_family = AF_INET;
+    a.sin_addr.s_addr = htonl(0x7f000001);
+    ASSERT_EQ(::bind(ls, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    ASSERT_EQ(::listen(ls, 1), 0);
+    socklen_t alen = sizeof a;
+    ::getsockname(ls, reinterpret_cast<sockaddr*>(&a), &alen);
+    const uint16_t port = ntohs(a.sin_port);
+
+    std::vector<uint8_t> firstUpdate;
+    std::thread speaker([&] {
+        pollfd p{ls, POLLIN, 0};
+        if (::poll(&p, 1, 20000) <= 0) return;
+        int fd = ::accept(ls, nullptr, nullptr);
+        timeval tv{20, 0};
+        ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+        auto send = [&](uint8_t type, std::vector<uint8_t> body) {
+            std::vector<uint8_t> m(16, 0xff);
+            m.push_back(uint8_t((19 + body.size()) >> 8));
+            m.push_back(uint8_t(19 + body.size()));
+            m.push_back(type);
+            m.insert(m.end(), body.begin(), body.end());
+            (void)!::write(fd, m.data(), m.size());
+        };
+        std::vector<uint8_t> in;
+        uint8_t buf[4096];
+        for (bool done = false; !done;) {
+            ssize_t n = ::read(fd, buf, sizeof buf);
+            if (n <= 0) break;
+            in.insert(in.end(), buf, buf + n);
+            while (!done && in.size() >= 19 && in.size() >= size_t(in[16] << 8 | in[17])) {
+                const size_t len = size_t(in[16] << 8 | in[17]);
+                std::vector<uint8_t> msg(in.begin(), in.begin() + len);
+                in.erase(in.begin(), in.begin() + len);
+                if (msg[18] == 1) {
+                    // AS 64990, hold 90, id 127.0.0.9, IPv4 unicast and 4-byte AS 64990.
+                    send(1, {4, 0xfd, 0xde, 0, 90, 127, 0,  0, 9, 14, 2,    12,
+                             1, 4,    0,    1, 0,  1,   65, 4, 0, 0,  0xfd, 0xde});
+                    send(4, {});
+                } else if (msg[18] == 2) {
+                    firstUpdate = msg;
+                    std::vector<uint8_t> body = {3, 11};
+                    body.insert(body.end(), msg.begin() + 19, msg.end());
+                    send(3, body);
+                    done = true;
+                }
+            }
+        }
+        ::close(fd);
+    });
+
+    std::vector<std::string> args = {
+        "bgp-attr-census", "--announce", "127.0.0.1:" + std::to_string(port),
+        "--local-as",      "64901",      "--peer-as",
+        "64990",           file};
+    std::vector<const char*> argv;
+    for (const std::string& s : args)
+        argv.push_back(s.c_str());
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = announceMain(int(argv.size()), argv.data(), out, err);
+    speaker.join();
+    ::close(ls);
+    std::string errText(size_t(std::ftell(err)), '\0');
+    std::rewind(err);
+    (void)!std::fread(errText.data(), 1, errText.size(), err);
+    std::fclose(out);
+    std::fclose(err);
+
+    EXPECT_EQ(status, 1);
+    ASSERT_FALSE(firstUpdate.empty());
+    static const char digits[] = "0123456789abcdef";
+    std::string hex;
+    for (uint8_t b : firstUpdate)
+        hex += {digits[b >> 4], digits[b & 15]};
+    EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
+              std::string::npos)
+        << errText;
+    EXPECT_NE(errText.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << errText;
+}
+
+// Usage errors exit 2 naming the fault before anything is read or sent; a speaker that is not
+// there exits 1 naming the address.
+TEST(Announce, CommandLineFaults) {
+    struct Row {
+        std::vector<std::string> args;
+        int status;
+        const char* message;
+    };
+    const std::string file = shared(kUpdates);
+    const std::string closed = "127.0.0.1:" + std::to_string(freePort());
+    const std::vector<Row> rows = {
+        {{"--announce"}, 2, "--announce needs a value"},
+        {{"--announce", "h:99999", "--local-as", "1", "--peer-as", "2", "f"}, 2, "bad port 99999"},
+        {{"--announce", "[::1", "--local-as", "1", "--peer-as", "2", "f"}, 2, "no ] in [::1"},
+        {{"--announce", "h", "--peer-as", "2", "f"}, 2, "needs --local-as and --peer-as"},
+        {{"--announce", "h", "--local-as", "0", "--peer-as", "2", "f"}, 2, "wants an AS number"},
+        {{"--announce", "h", "--local-as", "1", "--peer-as", "2"}, 2, "--announce needs FILE"},
+        {{"--announce", "h", "--local-as", "1", "--peer-as", "2", "--linger", "x", "f"},
+         2,
+         "--linger wants"},
+        {{"--announce", closed, "--local-as", "1", "--peer-as", "2", file},
+         1,
+         "connecting to 127.0.0.1"},
+    };
+    for (const Row& row : rows) {
+        if (row.status == 1 && !fs::exists(file)) continue;
+        std::vector<const char*> argv = {"bgp-attr-census"};
+        for (const std::string& a : row.args)
+            argv.push_back(a.c_str());
+        std::FILE* out = std::tmpfile();
+        std::FILE* err = std::tmpfile();
+        const int status = announceMain(int(argv.size()), argv.data(), out, err);
+        std::string text(size_t(std::ftell(err)), '\0');
+        std::rewind(err);
+        (void)!std::fread(text.data(), 1, text.size(), err);
+        std::fclose(out);
+        std::fclose(err);
+        EXPECT_EQ(status, row.status) << row.message;
+        EXPECT_NE(text.find(row.message), std::string::npos) << text;
+    }
+}
+
+} // namespace
