@@ -763,6 +763,12 @@ struct PathAttributesTraits {
     }
     static auto intern(const C& c) { return ::intern(c); }
     static size_t tableSize() { return PathAttributesDedupTable::instance().size(); }
+    // A set is interned again from what it reads back.
+    static Mel::PtrConst<PathAttributes> dedup(const Mel::PtrConst<PathAttributes>& p) {
+        C c;
+        p->getFullContent(c);
+        return ::intern(c);
+    }
 };
 INSTANTIATE_TYPED_TEST_SUITE_P(PathAttributes, InternContract, PathAttributesTraits);
 
