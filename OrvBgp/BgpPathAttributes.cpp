@@ -4,6 +4,7 @@
 #include "Keel/Assert.h"
 #include "Mel/Reflect.h"
 #include "OrvBgp/AspathAttrCanonicalSerializer.h"
+#include "OrvBgp/AttributeSetEmitter.h"
 #include "OrvBgp/BgpPathAttrType.h"
 #include "OrvBgp/PathAttributesMembers.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
@@ -336,69 +337,25 @@ namespace Routing::Bgp {
 
 namespace {
 
-// Hands attributes to the caller's sink in ascending type code, interleaving the unknown
-// attributes (which may carry any type) with the known ones. Attributes are built in one reused
-// buffer, so an ordinary set is written without a heap allocation.
-class OrderedEmitter {
-public:
-    OrderedEmitter(PathAttributesSerializeStoreMethodBase* store, const GunkPathAttrList* gunk)
-        : store_(store), gunk_(gunk) {
-        if (gunk_) next_ = gunk_->begin();
-    }
-    // Flushes the unknown attributes whose type is below `type`.
-    void upTo(unsigned type) {
-        while (gunk_ && next_ != gunk_->end() && (*next_)->attrType() < type) {
-            (*next_)->serialize(*store_);
-            ++next_;
-        }
-    }
-    void emit(uint8_t type, std::span<const uint8_t> bytes) {
-        upTo(type);
-        store_->store(type, bytes);
-    }
-    void emit(uint8_t type, const Mel::Bytes& bytes) { emit(type, bytes.span()); }
-    // Starts an attribute in the shared buffer; emitBuffer() hands it over.
-    Serialize& begin(uint8_t type, uint8_t flags, size_t valueLen) {
-        buf_.clear();
-        SerializePathAttribute(buf_, type, flags, valueLen);
-        return buf_;
-    }
-    void emitBuffer(uint8_t type) { emit(type, buf_.span()); }
-    template <class List>
-    void list(const List* l) {
-        if (!l) return;
-        buf_.clear();
-        l->serialize(buf_);
-        emitBuffer(List::attrType);
-    }
-    // AS_PATH or AS4_PATH in 2- or 4-byte form, written as held (no local AS). Returns whether a
-    // number went out as AS_TRANS in the ordinary segments.
-    bool asPath(uint8_t type, const AspathAttrCanonical& path, bool fourByte, bool confed) {
-        scratch_.clear();
-        if (confed)
-            for (const StoredAsSegment& seg : path.confedPath())
-                AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, scratch_);
-        bool substituted = false;
-        for (const StoredAsSegment& seg : path.path())
-            substituted |=
-                AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, scratch_);
-        // AS4_PATH is optional transitive; AS_PATH well-known.
-        const uint8_t flags = type == BgpPathAttrType::as4Path_
-                                  ? uint8_t(pathAttrFlagOptional | pathAttrFlagTransitive)
-                                  : pathAttrFlagTransitive;
-        begin(type, flags, scratch_.size()).addData(scratch_.span());
-        emitBuffer(type);
-        return substituted;
-    }
-    void finish() { upTo(256); }
-
-private:
-    PathAttributesSerializeStoreMethodBase* store_;
-    const GunkPathAttrList* gunk_;
-    GunkPathAttrList::const_iterator next_{};
-    Serialize buf_;
-    Serialize scratch_;
-};
+// AS_PATH or AS4_PATH in 2- or 4-byte form, written as held (no local AS). Returns whether a
+// number went out as AS_TRANS in the ordinary segments.
+bool emitAsPathAsHeld(detail::AttributeSetEmitter& out, uint8_t type,
+                      const AspathAttrCanonical& path, bool fourByte, bool confed) {
+    Serialize& value = out.scratch();
+    if (confed)
+        for (const StoredAsSegment& seg : path.confedPath())
+            AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, value);
+    bool substituted = false;
+    for (const StoredAsSegment& seg : path.path())
+        substituted |= AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, value);
+    // AS4_PATH is optional transitive; AS_PATH well-known.
+    const uint8_t flags = type == BgpPathAttrType::as4Path_
+                              ? uint8_t(pathAttrFlagOptional | pathAttrFlagTransitive)
+                              : pathAttrFlagTransitive;
+    out.begin(type, flags, value.size()).addData(value.span());
+    out.emitBuffer(type);
+    return substituted;
+}
 
 } // namespace
 
@@ -406,13 +363,14 @@ void serializeAttributeSet(const PathAttributesView& a,
                            PathAttributesSerializeStoreMethodBase* store, bool fourByteAsPeer,
                            bool internalPeer, bool writeNextHop) {
     using T = BgpPathAttrType;
-    OrderedEmitter out(store, a.gunkPathAttrList);
+    detail::AttributeSetEmitter out(*store, a.gunkPathAttrList);
 
     out.begin(T::origin_, pathAttrFlagTransitive, 1).addU8(uint8_t(a.origin()));
     out.emitBuffer(T::origin_);
     // The AS path as held: export policy has already prepended and stripped what the peer must
     // not see.
-    bool needAs4Path = a.aspathAttr && out.asPath(T::asPath_, *a.aspathAttr, fourByteAsPeer, true);
+    bool needAs4Path =
+        a.aspathAttr && emitAsPathAsHeld(out, T::asPath_, *a.aspathAttr, fourByteAsPeer, true);
     if (writeNextHop && a.nextHop && a.nextHop->addrOrNone().isV4()) {
         out.begin(T::nextHop_, pathAttrFlagTransitive, 4).addIpv4Addr(a.nextHop->addrOrNone().v4());
         out.emitBuffer(T::nextHop_);
@@ -440,25 +398,12 @@ void serializeAttributeSet(const PathAttributesView& a,
     }
     out.list(a.extCommList);
     if (a.aspathAttr && !fourByteAsPeer && needAs4Path)
-        out.asPath(T::as4Path_, *a.aspathAttr, true, false);
+        emitAsPathAsHeld(out, T::as4Path_, *a.aspathAttr, true, false);
     if (a.aggregator && !fourByteAsPeer && !a.aggregator->autonomousSystem().is2Byte())
         out.emit(T::as4Aggregator_,
                  a.aggregator->serialize(T::as4Aggregator_, true, Orvnet::AutonomousSystem(),
                                          Orvnet::AutonomousSystem()));
-    if (a.pmsiTunnel) out.emit(T::pmsiTunnel_, a.pmsiTunnel->serialize());
-    if (a.tunnelEncap) out.emit(T::tunnelEncap_, a.tunnelEncap->serialize());
-    out.list(a.extCommIp6List);
-    if (a.aigpMetric) out.emit(T::aigp_, a.aigpMetric->serialize());
-    if (a.linkState) {
-        out.begin(T::linkState_, LinkStateAttrBase::attrFlags, a.linkState->value().size())
-            .addData(a.linkState->value());
-        out.emitBuffer(T::linkState_);
-    }
-    out.list(a.largeCommList);
-    if (a.domainPath) out.emit(T::dPath_, a.domainPath->serialize());
-    if (a.prefixSid) out.emit(T::prefixSid_, a.prefixSid->serialize());
-    if (a.customerAttributeSet) out.emit(T::attrSet_, a.customerAttributeSet->serialize());
-    out.finish();
+    detail::emitTrailingAttributes(a, out);
 }
 
 } // namespace Routing::Bgp

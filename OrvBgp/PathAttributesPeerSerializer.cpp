@@ -4,6 +4,7 @@
 
 #include "Keel/Assert.h"
 #include "OrvBgp/AspathAttrCanonicalSerializer.h"
+#include "OrvBgp/AttributeSetEmitter.h"
 #include "OrvBgp/BgpPathAttrType.h"
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/BgpPathAttributesMisc.h"
@@ -34,49 +35,7 @@ std::string PathAttributesPeer::toStrep() const {
 
 namespace {
 
-// Hands each attribute to the store in type order, flushing the unknown attributes (which may
-// carry any type) between the known ones. Attributes are built in one reused buffer.
-class PeerEmitter {
-public:
-    PeerEmitter(PathAttributesSerializeStoreMethodBase& store, const GunkPathAttrList* gunk)
-        : store_(store), gunk_(gunk) {
-        if (gunk_) next_ = gunk_->begin();
-    }
-    void upTo(unsigned type) {
-        while (gunk_ && next_ != gunk_->end() && (*next_)->attrType() < type) {
-            (*next_)->serialize(store_);
-            ++next_;
-        }
-    }
-    void emit(uint8_t type, std::span<const uint8_t> bytes) {
-        upTo(type);
-        store_.store(type, bytes);
-    }
-    void emit(uint8_t type, const Mel::Bytes& bytes) { emit(type, bytes.span()); }
-    Serialize& fresh() {
-        buf_.clear();
-        return buf_;
-    }
-    Serialize& begin(uint8_t type, uint8_t flags, size_t valueLen) {
-        SerializePathAttribute(fresh(), type, flags, valueLen);
-        return buf_;
-    }
-    void emitBuffer(uint8_t type) { emit(type, buf_.span()); }
-    template <class List>
-    void list(const List* l) {
-        if (!l) return;
-        l->serialize(fresh());
-        emitBuffer(List::attrType);
-    }
-    void finish() { upTo(256); }
-    PathAttributesSerializeStoreMethodBase& store() noexcept { return store_; }
-
-private:
-    PathAttributesSerializeStoreMethodBase& store_;
-    const GunkPathAttrList* gunk_;
-    GunkPathAttrList::const_iterator next_{};
-    Serialize buf_;
-};
+using PeerEmitter = detail::AttributeSetEmitter;
 
 // Appends each attribute to the agent's byte writer.
 class AppendStore : public PathAttributesSerializeStoreMethodBase {
@@ -184,20 +143,7 @@ void PathAttributesPeerSerializer::serialize(const PathAttributesInterface& set,
             out.emitBuffer(T::as4Aggregator_);
         }
     }
-    if (a.pmsiTunnel) out.emit(T::pmsiTunnel_, a.pmsiTunnel->serialize());
-    if (a.tunnelEncap) out.emit(T::tunnelEncap_, a.tunnelEncap->serialize());
-    out.list(a.extCommIp6List);
-    if (a.aigpMetric) out.emit(T::aigp_, a.aigpMetric->serialize());
-    if (a.linkState) {
-        out.begin(T::linkState_, LinkStateAttrBase::attrFlags, a.linkState->value().size())
-            .addData(a.linkState->value());
-        out.emitBuffer(T::linkState_);
-    }
-    out.list(a.largeCommList);
-    if (a.domainPath) out.emit(T::dPath_, a.domainPath->serialize());
-    if (a.prefixSid) out.emit(T::prefixSid_, a.prefixSid->serialize());
-    if (a.customerAttributeSet) out.emit(T::attrSet_, a.customerAttributeSet->serialize());
-    out.finish();
+    detail::emitTrailingAttributes(a, out);
 }
 
 void PathAttributesPeerSerializer::serialize(const PathAttributesInterface& set,

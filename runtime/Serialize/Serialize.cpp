@@ -38,20 +38,38 @@ void Serialize::dropFront(size_t n) {
     buf_.erase(buf_.begin(), buf_.begin() + n);
 }
 
-namespace {
-
-const char* attributeName(uint8_t type) {
+const char* pathAttributeTypeName(uint8_t type) noexcept {
     switch (type) {
+    case 1:
+        return "ORIGIN";
     case 2:
         return "AS_PATH";
+    case 3:
+        return "NEXT_HOP";
+    case 4:
+        return "MULTI_EXIT_DISC";
+    case 5:
+        return "LOCAL_PREF";
+    case 6:
+        return "ATOMIC_AGGREGATE";
+    case 7:
+        return "AGGREGATOR";
     case 8:
         return "COMMUNITIES";
+    case 9:
+        return "ORIGINATOR_ID";
     case 10:
         return "CLUSTER_LIST";
+    case 14:
+        return "MP_REACH_NLRI";
+    case 15:
+        return "MP_UNREACH_NLRI";
     case 16:
         return "EXTENDED_COMMUNITIES";
     case 17:
         return "AS4_PATH";
+    case 18:
+        return "AS4_AGGREGATOR";
     case 22:
         return "PMSI_TUNNEL";
     case 23:
@@ -71,9 +89,11 @@ const char* attributeName(uint8_t type) {
     case 128:
         return "ATTR_SET";
     default:
-        return "path attribute";
+        return nullptr;
     }
 }
+
+namespace {
 
 void checkValueLen(uint8_t type, size_t valueLen) {
     if (valueLen > 0xffff) throw PathAttributeTooLongException(type, valueLen);
@@ -82,9 +102,10 @@ void checkValueLen(uint8_t type, size_t valueLen) {
 } // namespace
 
 PathAttributeTooLongException::PathAttributeTooLongException(uint8_t type, size_t valueLen)
-    : Mel::Exception(std::string(attributeName(type)) + " (type " + std::to_string(type) +
-                     ") cannot be written: value of " + std::to_string(valueLen) +
-                     " bytes, more than 65535"),
+    : Mel::Exception(std::string(pathAttributeTypeName(type) ? pathAttributeTypeName(type)
+                                                             : "path attribute") +
+                     " (type " + std::to_string(type) + ") cannot be written: value of " +
+                     std::to_string(valueLen) + " bytes, more than 65535"),
       type_(type), valueLen_(valueLen) {}
 
 size_t SerializePathAttribute(Serialize& s, uint8_t type, uint8_t flags, size_t valueLen) {

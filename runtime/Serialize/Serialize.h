@@ -115,6 +115,9 @@ inline constexpr uint8_t pathAttrFlagTransitive = 0x40;
 inline constexpr uint8_t pathAttrFlagPartial = 0x20;
 inline constexpr uint8_t pathAttrFlagExtendedLength = 0x10;
 
+// The attribute type's name ("AS_PATH", "LARGE_COMMUNITY"), or nullptr for a code without one.
+const char* pathAttributeTypeName(uint8_t type) noexcept;
+
 // A path attribute whose value does not fit the 2-byte length field. Legal held values get there
 // (a long path received with 2-byte AS numbers and written with 4-byte ones, a cluster list one id
 // longer than the longest that arrives), so this is an error the caller handles, never a stop:

@@ -34,58 +34,8 @@ const char* roundTripReasonName(RoundTripReason r) {
 }
 
 std::string attributeTypeName(uint8_t type) {
-    switch (type) {
-    case 1:
-        return "ORIGIN";
-    case 2:
-        return "AS_PATH";
-    case 3:
-        return "NEXT_HOP";
-    case 4:
-        return "MULTI_EXIT_DISC";
-    case 5:
-        return "LOCAL_PREF";
-    case 6:
-        return "ATOMIC_AGGREGATE";
-    case 7:
-        return "AGGREGATOR";
-    case 8:
-        return "COMMUNITIES";
-    case 9:
-        return "ORIGINATOR_ID";
-    case 10:
-        return "CLUSTER_LIST";
-    case 14:
-        return "MP_REACH_NLRI";
-    case 15:
-        return "MP_UNREACH_NLRI";
-    case 16:
-        return "EXTENDED_COMMUNITIES";
-    case 17:
-        return "AS4_PATH";
-    case 18:
-        return "AS4_AGGREGATOR";
-    case 22:
-        return "PMSI_TUNNEL";
-    case 23:
-        return "TUNNEL_ENCAPSULATION";
-    case 25:
-        return "IPV6_EXTENDED_COMMUNITIES";
-    case 26:
-        return "AIGP";
-    case 29:
-        return "BGP_LS";
-    case 32:
-        return "LARGE_COMMUNITY";
-    case 36:
-        return "D_PATH";
-    case 40:
-        return "PREFIX_SID";
-    case 128:
-        return "ATTR_SET";
-    default:
-        return "type " + std::to_string(type);
-    }
+    const char* name = pathAttributeTypeName(type);
+    return name ? std::string(name) : "type " + std::to_string(type);
 }
 
 uint64_t RoundTripCounts::PerType::explainedTotal() const noexcept {
