@@ -3,6 +3,7 @@
 #include "OrvBgp/PathAttributesPeerSerializer.h"
 
 #include "Keel/Assert.h"
+#include "Mel/Reflect.h"
 #include "OrvBgp/AspathAttrCanonicalSerializer.h"
 #include "OrvBgp/AttributeSetEmitter.h"
 #include "OrvBgp/BgpPathAttrType.h"
@@ -22,15 +23,7 @@
 namespace Routing::Bgp {
 
 std::string PathAttributesPeer::toStrep() const {
-    static const char* const modes[] = {"none", "fromSet", "address"};
-    return "Value('Routing::Bgp::PathAttributesPeer', ** {'fourByteAs': " +
-           std::string(fourByteAs_ ? "True" : "False") +
-           ", 'internal': " + (internal_ ? "True" : "False") +
-           ", 'confedPeer': " + (confedPeer_ ? "True" : "False") +
-           ", 'localAs': " + localAs_.toString() + ", 'confedId': " + confedId_.toString() +
-           ", 'prependOwnDisabled': " + (prependOwnDisabled_ ? "True" : "False") +
-           ", 'nextHopMode': " + modes[uint8_t(nextHopMode_)] +
-           ", 'nextHop': " + nextHop_.toString() + "})";
+    return Mel::valueToStrep(*this);
 }
 
 namespace {

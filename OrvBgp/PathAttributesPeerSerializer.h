@@ -21,6 +21,7 @@
 //   the UPDATE framing, the withdrawn routes and NLRI, and keeping a message within its size.
 #pragma once
 
+#include "Mel/ValueType.h"
 #include "Orvnet/AutonomousSystem.h"
 #include "Orvnet/IpAddr.h"
 #include "Serialize/Serialize.h"
@@ -41,6 +42,7 @@ public:
     // Where the IPv4 NEXT_HOP attribute comes from: none (the next hop travels in MP_REACH_NLRI,
     // which the agent writes), the set's own next hop (when it is IPv4), or the address given.
     enum class NextHop : uint8_t { none, fromSet, address };
+    BOOST_DESCRIBE_NESTED_ENUM(NextHop, none, fromSet, address)
 
     bool fourByteAs() const noexcept { return fourByteAs_; }
     PathAttributesPeer& fourByteAsIs(bool v) noexcept {
@@ -107,6 +109,10 @@ private:
     Orvnet::AutonomousSystem localAs_;
     Orvnet::AutonomousSystem confedId_;
     Orvnet::IpAddr nextHop_;
+
+    MEL_VALUE_TYPE(PathAttributesPeer, "Routing::Bgp::PathAttributesPeer",
+                   (fourByteAs_, internal_, confedPeer_, localAs_, confedId_, prependOwnDisabled_,
+                    nextHopMode_, nextHop_))
 };
 
 class PathAttributesPeerSerializer {

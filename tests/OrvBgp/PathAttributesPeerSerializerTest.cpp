@@ -1,4 +1,5 @@
 #include "OrvBgp/PathAttributesPeerSerializer.h"
+#include "Mel/Reflect.h"
 
 #include "OrvBgp/AddressNexthop.h"
 #include "OrvBgp/AspathTestHelpers.h"
@@ -134,6 +135,19 @@ TEST(PathAttributesPeerSerializer, NextHopAsAsked) {
     EXPECT_EQ(nextHopOf(*v6, p), "none");
     p.nextHopModeIs(PathAttributesPeer::NextHop::none);
     EXPECT_EQ(nextHopOf(*v4, p), "none");
+}
+
+// The peer description prints every field by name and reads back from its text, as the other
+// value types do.
+TEST(PathAttributesPeer, TextFormReadsBack) {
+    PathAttributesPeer p = peer(false, false, true);
+    p.confedIdIs(Orvnet::AutonomousSystem(64512)).prependOwnDisabledIs(true);
+    p.nextHopIs(Orvnet::IpAddr::fromString("192.0.2.7"));
+    const std::string text = p.toStrep();
+    EXPECT_NE(text.find("'Routing::Bgp::PathAttributesPeer'"), std::string::npos) << text;
+    EXPECT_NE(text.find("'nextHopMode': 'address'"), std::string::npos) << text;
+    EXPECT_EQ(Mel::valueFromStrep<PathAttributesPeer>(text), p);
+    EXPECT_NE(Mel::valueFromStrep<PathAttributesPeer>(PathAttributesPeer().toStrep()), p);
 }
 
 } // namespace
