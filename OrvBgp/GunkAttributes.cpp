@@ -11,8 +11,8 @@
 #include <cstdio>
 #include <cstring>
 #include <ostream>
-#include <typeinfo>
 #include <sstream>
+#include <typeinfo>
 
 namespace Routing::Bgp {
 

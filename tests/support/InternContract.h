@@ -1,6 +1,8 @@
 // The contract every interned type keeps, tested once over all of them.
-//   struct ClusterListTraits { using Object = ClusterList; static Content content(int i); static Ptr intern(const Content&); static size_t tableSize(); };
-//   INSTANTIATE_TYPED_TEST_SUITE_P(ClusterList, InternContract, ::testing::Types<ClusterListTraits>);
+//   struct ClusterListTraits { using Object = ClusterList; static Content content(int i); static
+//   Ptr intern(const Content&); static size_t tableSize(); };
+//   INSTANTIATE_TYPED_TEST_SUITE_P(ClusterList, InternContract,
+//   ::testing::Types<ClusterListTraits>);
 #pragma once
 
 #include "Keel/DedupHandleBase.h"
@@ -13,13 +15,13 @@
 #include <thread>
 #include <vector>
 
-// Traits: `content(i)` gives distinct contents for distinct i (0..63 at least); `intern(c)` interns one;
-// `tableSize()` counts the entries of the table intern() uses; `Object` is the interned class.
-// Families whose objects can be interned again by the object itself also give `dedup(p)`, which calls
-// the object's dedup with the table intern() uses.
+// Traits: `content(i)` gives distinct contents for distinct i (0..63 at least); `intern(c)` interns
+// one; `tableSize()` counts the entries of the table intern() uses; `Object` is the interned class.
+// Families whose objects can be interned again by the object itself also give `dedup(p)`, which
+// calls the object's dedup with the table intern() uses.
 template <class Traits>
 class InternContract : public ::testing::Test {
-  protected:
+protected:
     static int64_t live() { return Traits::Object::melStashTypeStats().objects.load(); }
 };
 
@@ -47,8 +49,10 @@ TYPED_TEST_P(InternContract, ReleasingEveryHolderFreesEveryObject) {
     size_t tableBefore = TypeParam::tableSize();
     {
         std::vector<decltype(TypeParam::intern(TypeParam::content(0)))> held;
-        for (int i = 0; i < 64; ++i) held.push_back(TypeParam::intern(TypeParam::content(i)));
-        for (int i = 0; i < 64; ++i) held.push_back(TypeParam::intern(TypeParam::content(i)));
+        for (int i = 0; i < 64; ++i)
+            held.push_back(TypeParam::intern(TypeParam::content(i)));
+        for (int i = 0; i < 64; ++i)
+            held.push_back(TypeParam::intern(TypeParam::content(i)));
         EXPECT_EQ(TypeParam::tableSize(), tableBefore + 64);
     }
     EXPECT_EQ(TypeParam::tableSize(), tableBefore);
@@ -72,7 +76,8 @@ TYPED_TEST_P(InternContract, ConcurrentInternAndRelease) {
             }
         });
     }
-    for (auto& t : threads) t.join();
+    for (auto& t : threads)
+        t.join();
     EXPECT_EQ(wrong, 0);
     EXPECT_EQ(TestFixture::live(), before);
 }
