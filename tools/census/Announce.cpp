@@ -1,6 +1,7 @@
 #include "census/Announce.h"
 
 #include "census/BgpSession.h"
+#include "census/Cli.h"
 #include "census/ContentsBuilder.h"
 #include "census/MrtDecoder.h"
 
@@ -443,12 +444,6 @@ const char kAnnounceUsage[] =
     "  --from-peer ADDR   the dump's peer whose table is sent (default: most routes)\n"
     "  --linger SECONDS   keep the session up that long after End-of-RIB\n";
 
-bool parseU32(const char* s, uint32_t& v) {
-    const char* end = s + std::strlen(s);
-    auto [p, ec] = std::from_chars(s, end, v);
-    return ec == std::errc() && p == end && p != s;
-}
-
 } // namespace
 
 bool wantsAnnounce(int argc, const char* const* argv) {
@@ -474,7 +469,7 @@ int announceMain(int argc, const char* const* argv, std::FILE* out, std::FILE* e
         };
         auto as = [&](uint32_t& v) {
             const char* s = value();
-            if (s && (!parseU32(s, v) || v == 0))
+            if (s && (!parseNumber(s, v) || v == 0))
                 error = std::string(a) + " wants an AS number 1 to 4294967295, not " + s;
         };
         if (std::strcmp(a, "--announce") == 0) {
@@ -500,7 +495,7 @@ int announceMain(int argc, const char* const* argv, std::FILE* out, std::FILE* e
                 o.host = hp;
             }
             uint32_t p = 0;
-            if (!port.empty() && (!parseU32(port.c_str(), p) || p == 0 || p > 65535))
+            if (!port.empty() && (!parseNumber(port.c_str(), p) || p == 0 || p > 65535))
                 error = "--announce: bad port " + port;
             if (p) o.port = uint16_t(p);
             if (o.host.empty()) error = "--announce needs a host";

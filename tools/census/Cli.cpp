@@ -38,12 +38,6 @@ const char kUsage[] =
     "                            send one peer's final table of FILE to a BGP speaker\n"
     "                            (`--announce --help` says more)\n";
 
-bool parseNumber(const char* s, uint64_t& v) {
-    const char* end = s + std::strlen(s);
-    auto [p, ec] = std::from_chars(s, end, v);
-    return ec == std::errc() && p == end && p != s;
-}
-
 void printDecodeCounts(std::FILE* out, const char* title, const DecodeCounts& c, uint64_t bytes) {
     auto line = [&](const char* what, uint64_t n) {
         std::fprintf(out, "  %-22s %llu\n", what, static_cast<unsigned long long>(n));

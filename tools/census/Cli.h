@@ -4,13 +4,23 @@
 // in the report) or an output file could not be written; 2 for a usage error.
 #pragma once
 
+#include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <vector>
 
 namespace Census {
+
+// A whole decimal number within T's range and nothing else ("12" yes; "", "12x", "-1" no).
+template <class T>
+bool parseNumber(const char* s, T& v) {
+    const char* end = s + std::strlen(s);
+    auto [p, ec] = std::from_chars(s, end, v);
+    return ec == std::errc() && p == end && p != s;
+}
 
 struct CliOptions {
     std::vector<std::string> files;
