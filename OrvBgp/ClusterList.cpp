@@ -197,9 +197,8 @@ private:
 // ---- ClusterList
 
 ClusterList::ClusterList(OriginatorId originatorId, std::span<const OriginatorId> ids) noexcept
-    : originatorId_(originatorId) {
+    : originatorId_(originatorId), count_(static_cast<uint32_t>(ids.size())) {
     hashIs(clusterListHash(originatorId, ids));
-    userBitsIs(0, userDataBits, static_cast<uint32_t>(ids.size()));
     if (!ids.empty()) std::memcpy(static_cast<void*>(ids_), ids.data(), ids.size_bytes());
 }
 

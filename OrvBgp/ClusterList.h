@@ -122,17 +122,17 @@ class ClusterList : public Keel::DedupHandleWithHash {
 public:
     // The most ids whose CLUSTER_LIST value (4 bytes each) fits a 2-byte attribute length.
     static constexpr size_t maxClusterIds = 16383;
-    // The most ids a list holds (its count lives in the handle's user-data bits). A reflector that
+    // The most ids a list holds (its count is a 17-bit field). A reflector that
     // adds its own id to the longest list received gets one more than maxClusterIds: it is held,
     // and writing it throws PathAttributeTooLongException.
-    static constexpr size_t maxHeldClusterIds = Keel::DedupHandleBase::userDataMask;
+    static constexpr size_t maxHeldClusterIds = (size_t(1) << 17) - 1;
 
     ClusterList(const ClusterList&) = delete;
     ~ClusterList() override;
 
     OriginatorId originatorId() const noexcept { return originatorId_; }
     std::span<const OriginatorId> clusterId() const noexcept { return {ids_, clusterIdCount()}; }
-    size_t clusterIdCount() const noexcept { return userData(); }
+    size_t clusterIdCount() const noexcept { return count_; }
     ClusterListContent content() const { return ClusterListContent(originatorId_, clusterId()); }
 
     // Does id occur in the list? Cached per list under clusterListLoopCacheRwLock.
@@ -175,6 +175,7 @@ private:
     // Compressed store reference to the loop caches, 0 until the first check; guarded by
     // clusterListLoopCacheRwLock.
     mutable uint32_t cachesRef_ = 0;
+    uint32_t count_;
     OriginatorId ids_[0]; // clusterIdCount() ids in the same block
 };
 

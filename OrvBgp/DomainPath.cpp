@@ -154,9 +154,9 @@ std::mutex& domainIdLookupCacheMutex() {
 
 // ---- DomainPath
 
-DomainPath::DomainPath(std::span<const DomainSegment> segments) noexcept {
+DomainPath::DomainPath(std::span<const DomainSegment> segments) noexcept
+    : count_(static_cast<uint32_t>(segments.size())) {
     hashIs(domainPathHash(segments));
-    userBitsIs(0, userDataBits, static_cast<uint32_t>(segments.size()));
     if (!segments.empty())
         std::memcpy(static_cast<void*>(segments_), segments.data(), segments.size_bytes());
 }

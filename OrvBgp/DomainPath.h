@@ -133,14 +133,14 @@ public:
     // 2-byte attribute length.
     static constexpr size_t maxDomainSegments = 9356;
     // The most segments a path holds: far more than any received path, and within both the count
-    // kept in the handle's user-data bits and one store block. A path one domain longer than the
+    // a 32-bit count and one store block. A path one domain longer than the
     // longest received is held; writing it throws PathAttributeTooLongException.
     static constexpr size_t maxHeldDomainSegments = 0xffff;
 
     DomainPath(const DomainPath&) = delete;
     ~DomainPath() override;
 
-    size_t domainSegmentCount() const noexcept { return userData(); }
+    size_t domainSegmentCount() const noexcept { return count_; }
     std::span<const DomainSegment> domainSegments() const noexcept {
         return {segments_, domainSegmentCount()};
     }
@@ -183,6 +183,7 @@ private:
     // Compressed store reference to the lookup cache, 0 until the first lookup; guarded by the
     // process-wide lookup mutex.
     mutable uint32_t cacheRef_ = 0;
+    uint32_t count_;
     DomainSegment segments_[0]; // domainSegmentCount() words in the same block
 };
 

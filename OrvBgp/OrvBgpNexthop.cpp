@@ -222,6 +222,14 @@ GenNexthop::GenNexthop() noexcept {
     userBitsIs(2, 8, 255);
 }
 
+void GenNexthop::userBitsIs(unsigned pos, unsigned width, uint32_t value) const noexcept {
+    uint32_t mask = ((1u << width) - 1) << pos;
+    uint32_t cur = userBits_.load(std::memory_order_relaxed);
+    while (!userBits_.compare_exchange_weak(cur, (cur & ~mask) | ((value << pos) & mask),
+                                            std::memory_order_relaxed)) {
+    }
+}
+
 bool GenNexthop::compare(const Keel::DedupHandleBase* other) const {
     auto* o = static_cast<const GenNexthop*>(other);
     return typeid(*this) == typeid(*o) && compareDerived(o) &&

@@ -318,9 +318,9 @@ struct GenNexthopDedupTableContext {
     Mel::RawPtr<GenNexthopDedupTableBase> table = nullptr;
 };
 
-// Interned, shared and immutable apart from its flags and its identifier. Flags sit in the
-// intern handle's user-data bits: bit 0 resolutionRibProfileValid, bit 1 nhMetricIsknown,
-// bits 2-9 nhPreference; bits 10-16 are left to derived classes (firstDerivedUserBit).
+// Interned, shared and immutable apart from its flags and its identifier. Flags sit in one atomic
+// word of user bits: bit 0 resolutionRibProfileValid, bit 1 nhMetricIsknown, bits 2-9
+// nhPreference; bits 10-31 are left to derived classes (firstDerivedUserBit).
 class GenNexthop : public MelStash::DedupHandle {
 public:
     static constexpr unsigned firstDerivedUserBit = 10;
@@ -470,6 +470,13 @@ public:
                    (vrfId_, id, resolutionRibProfileValid, resolutionRibProfileValidIs,
                     nhMetricIsknown, nhMetricIsknownIs, nhPreference, nhPreferenceIs))
 
+    // The flag word as a whole, and one field of it.
+    uint32_t userData() const noexcept { return userBits_.load(std::memory_order_relaxed); }
+    uint32_t userBits(unsigned pos, unsigned width) const noexcept {
+        return (userData() >> pos) & ((1u << width) - 1);
+    }
+    void userBitsIs(unsigned pos, unsigned width, uint32_t value) const noexcept;
+
 protected:
     GenNexthop() noexcept;
     GenNexthop(const GenNexthop&) = delete;
@@ -503,6 +510,8 @@ private:
                                           requires(M & m) { m.push_back(*m.begin()); });
 
     BgpVrfIdBase vrfId_;
+    // The flags; they may change on an interned object, hence mutable and atomic.
+    mutable std::atomic<uint32_t> userBits_{0};
     // Written under the intern protocol by the table's assignIdToNexthop, read anywhere.
     mutable std::atomic<uint32_t> id_{0};
     // Set once, by whoever gives this next hop its unique identifier.

@@ -31,13 +31,18 @@ constexpr DedupHandleState dedupHandleStateNeverDeduped() noexcept {
     return DedupHandleState::neverDeduped;
 }
 
-// The state word: bits 31-29 state, bits 28-17 index of the owning table, bits 16-0 user data.
-// The reference count includes the table's own hold while the object is deduped. 16 bytes with the
-// virtual table pointer; types that cache their hash add 4 more (see DedupHandleWithHash).
+// The header is the virtual table pointer and one 32-bit atomic word: bits 31-30 the dedup state,
+// bits 29-0 the reference count, which includes the table's own hold while the object is deduped.
+// 12 bytes, so derived members start at offset 12; types that cache their hash add 4 more (see
+// DedupHandleWithHash). The owning table is not stored: the table registry knows which tables
+// hold objects of each dynamic type (DedupTableBase::ownerOf). One object takes at most
+// maxRefCount references (about 2^30); one more ends the process.
 class DedupHandleBase {
 public:
-    static constexpr unsigned userDataBits = 17;
-    static constexpr uint32_t userDataMask = (1u << userDataBits) - 1;
+    static constexpr unsigned stateShift = 30;
+    static constexpr uint32_t countMask = (1u << stateShift) - 1;
+    static constexpr uint32_t maxRefCount = countMask - 1;
+    static_assert(maxRefCount >= (1u << 29), "a popular set may be shared by millions of routes");
 
     DedupHandleBase() noexcept = default;
     DedupHandleBase(const DedupHandleBase&) noexcept {}
@@ -51,42 +56,33 @@ public:
     // Content equality with a lookup record; the default is "Not implemented".
     virtual bool compareByContent(const DedupContentHandle& content) const;
 
-    // Fast paths inline; the rare cases (an object on its way out, the release that may leave only
-    // the table's hold) go out of line.
+    // Fast paths inline; the rare cases (an object on its way out, a count at its limit, the
+    // release that may leave only the table's hold) go out of line.
     void refInc() const noexcept {
-        if (state_.load(std::memory_order_relaxed) >> 29 ==
-            uint32_t(DedupHandleState::beingDestroyed)) [[unlikely]]
-            refIncWhilstDetached();
-        refs_.fetch_add(1, std::memory_order_relaxed);
+        uint32_t w = word_.fetch_add(1, std::memory_order_relaxed);
+        if ((w >> stateShift) == uint32_t(DedupHandleState::beingDestroyed) ||
+            (w & countMask) >= maxRefCount) [[unlikely]]
+            refIncRejected(w);
     }
     void refDec() const noexcept {
-        uint32_t c = refs_.load(std::memory_order_relaxed);
-        if (c > 2 &&
-            state_.load(std::memory_order_acquire) >> 29 == uint32_t(DedupHandleState::deduped) &&
-            refs_.compare_exchange_strong(c, c - 1, std::memory_order_acq_rel,
+        uint32_t w = word_.load(std::memory_order_relaxed);
+        if ((w & countMask) > 2 && (w >> stateShift) == uint32_t(DedupHandleState::deduped) &&
+            word_.compare_exchange_strong(w, w - 1, std::memory_order_acq_rel,
                                           std::memory_order_relaxed)) [[likely]]
             return;
         refDecSlow();
     }
-    uint32_t refCount() const noexcept { return refs_.load(std::memory_order_relaxed); }
+    uint32_t refCount() const noexcept { return word_.load(std::memory_order_relaxed) & countMask; }
 
     DedupHandleState dedupState() const noexcept {
-        return static_cast<DedupHandleState>(state_.load(std::memory_order_acquire) >> 29);
+        return static_cast<DedupHandleState>(word_.load(std::memory_order_acquire) >> stateShift);
     }
     bool isDeduped() const noexcept { return dedupState() == DedupHandleState::deduped; }
     bool everDeduped() const noexcept { return dedupState() != DedupHandleState::neverDeduped; }
     // Ends the process unless the object is interned.
     void assertIsDeduped() const noexcept;
+    // The table the object is interned in; null unless it is.
     DedupTableBase* dedupTable() const noexcept;
-
-    // User-data bits may change on an interned (otherwise immutable) object, hence const.
-    uint32_t userData() const noexcept {
-        return state_.load(std::memory_order_relaxed) & userDataMask;
-    }
-    uint32_t userBits(unsigned pos, unsigned width) const noexcept {
-        return (userData() >> pos) & ((1u << width) - 1);
-    }
-    void userBitsIs(unsigned pos, unsigned width, uint32_t value) const noexcept;
 
 protected:
     // Called once, just before an object that was interned is deleted (after it left its table).
@@ -94,15 +90,12 @@ protected:
 
 private:
     friend class DedupTableBase;
-    [[noreturn]] void refIncWhilstDetached() const noexcept;
+    friend struct DedupHandleTestAccess; // tests only: sets the count near its limit
+    [[noreturn]] void refIncRejected(uint32_t before) const noexcept;
     void refDecSlow() const noexcept;
     void destroy() const noexcept;
-    uint32_t tableIndex() const noexcept {
-        return (state_.load(std::memory_order_relaxed) >> userDataBits) & 0xfff;
-    }
 
-    mutable std::atomic<uint32_t> refs_{0};
-    mutable std::atomic<uint32_t> state_{0};
+    mutable std::atomic<uint32_t> word_{0};
 };
 
 // For types that cache their hash: set it once in the constructor with hashIs().

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <map>
 #include <mutex>
+#include <typeinfo>
+#include <vector>
 
 namespace Keel {
 
@@ -76,6 +78,74 @@ constexpr uint32_t maxTables = 4096;
 std::mutex registryMutex;
 std::atomic<DedupTableBase*> registry[maxTables];
 uint32_t registryNext = 1;
+
+// Which tables hold objects of each dynamic type, so an object need not carry its table. Read
+// without a lock; written under registryMutex, copy on write: a type's list of table indices is
+// replaced whole and the old one kept (never freed, so a reader never sees it go). A type is
+// nearly always held by one table; where several live tables hold one type (next hops of several
+// contexts), the release asks each table whether the object is its own.
+using OwnerList = std::vector<uint16_t>;
+constexpr size_t typeSlotBits = 10;
+struct TypeOwners {
+    std::atomic<const std::type_info*> type{nullptr};
+    std::atomic<const OwnerList*> tables{nullptr};
+};
+TypeOwners typeOwners[size_t(1) << typeSlotBits];
+std::vector<std::unique_ptr<const OwnerList>>& retiredOwnerLists() {
+    static auto* lists = new std::vector<std::unique_ptr<const OwnerList>>;
+    return *lists;
+}
+
+size_t typeSlot(const std::type_info* t) noexcept {
+    return size_t((reinterpret_cast<uintptr_t>(t) >> 3) * 0x9E3779B97F4A7C15ull >>
+                  (64 - typeSlotBits));
+}
+
+// The tables that hold objects of type t; null when none ever did.
+const OwnerList* ownersOf(const std::type_info* t) noexcept {
+    for (size_t i = typeSlot(t), n = 0; n < (size_t(1) << typeSlotBits); ++n) {
+        TypeOwners& e = typeOwners[i];
+        const std::type_info* k = e.type.load(std::memory_order_acquire);
+        if (k == t) return e.tables.load(std::memory_order_acquire);
+        if (!k) return nullptr;
+        i = (i + 1) & ((size_t(1) << typeSlotBits) - 1);
+    }
+    return nullptr;
+}
+
+bool listsTable(const OwnerList* l, uint32_t index) noexcept {
+    if (!l) return false;
+    for (uint16_t t : *l)
+        if (t == index) return true;
+    return false;
+}
+
+// Under registryMutex: replaces one type's list with what edit makes of a copy.
+template <class Edit>
+void editOwnersLocked(TypeOwners& e, Edit edit) {
+    const OwnerList* old = e.tables.load(std::memory_order_relaxed);
+    auto next = std::make_unique<OwnerList>(old ? *old : OwnerList());
+    edit(*next);
+    e.tables.store(next.get(), std::memory_order_release);
+    retiredOwnerLists().push_back(std::move(next));
+}
+
+// Under registryMutex: lists table `index` for type t.
+void addOwnerLocked(const std::type_info* t, uint32_t index) {
+    size_t i = typeSlot(t);
+    for (size_t n = 0;; ++n) {
+        ORV_ASSERT_TEXT(n < (size_t(1) << typeSlotBits), "too many interned types");
+        const std::type_info* k = typeOwners[i].type.load(std::memory_order_relaxed);
+        if (k == t) break;
+        if (!k) {
+            typeOwners[i].type.store(t, std::memory_order_release);
+            break;
+        }
+        i = (i + 1) & ((size_t(1) << typeSlotBits) - 1);
+    }
+    if (listsTable(typeOwners[i].tables.load(std::memory_order_relaxed), index)) return;
+    editOwnersLocked(typeOwners[i], [index](OwnerList& l) { l.push_back(uint16_t(index)); });
+}
 
 MelStash::TypeStats* statsForName(const std::string& name) {
     static std::map<std::string, MelStash::TypeStats*>* byName =
@@ -161,6 +231,9 @@ DedupTableBase::~DedupTableBase() {
     {
         std::lock_guard lock(registryMutex);
         registry[index_].store(nullptr, std::memory_order_release);
+        for (TypeOwners& e : typeOwners)
+            if (listsTable(e.tables.load(std::memory_order_relaxed), index_))
+                editOwnersLocked(e, [this](OwnerList& l) { std::erase(l, uint16_t(index_)); });
     }
     for (size_t i = 0; i < numShards_; ++i) {
         Shard& sh = shards_[i];
@@ -168,9 +241,10 @@ DedupTableBase::~DedupTableBase() {
         sh.set.clear();
         for (uint32_t r : refs) {
             const DedupHandleBase* o = obj(r);
-            o->state_.store(uint32_t(DedupHandleState::detached) << 29 | o->userData(),
-                            std::memory_order_release);
-            if (o->refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) o->destroy();
+            // deduped (1) becomes detached (3) and the table's hold goes, in one step.
+            uint32_t before = o->word_.fetch_add((uint32_t(2) << DedupHandleBase::stateShift) - 1,
+                                                 std::memory_order_acq_rel);
+            if ((before & DedupHandleBase::countMask) == 1) o->destroy();
         }
         sh.~Shard();
     }
@@ -217,17 +291,23 @@ DedupHandleBase* DedupTableBase::findImpl(uint32_t hash, EqFn eq, const void* ct
     auto it = sh.set.find(LookupKey{hash, eq, ctx});
     if (it == sh.set.end()) return nullptr;
     const DedupHandleBase* o = obj(*it);
-    o->refs_.fetch_add(1, std::memory_order_relaxed);
+    o->refInc();
     return const_cast<DedupHandleBase*>(o);
 }
 
 void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept {
     ORV_ASSERT_TEXT(StoreManager::contains(o), "interned object outside the store");
     ORV_ASSERT(o->dedupState() == DedupHandleState::neverDeduped);
-    o->state_.store(uint32_t(DedupHandleState::deduped) << 29 |
-                        index_ << DedupHandleBase::userDataBits | o->userData(),
-                    std::memory_order_release);
-    o->refs_.fetch_add(1, std::memory_order_relaxed); // the table's hold
+    const std::type_info* type = &typeid(*o);
+    if (!listsTable(ownersOf(type), index_)) {
+        std::lock_guard lock(registryMutex);
+        addOwnerLocked(type, index_);
+    }
+    // neverDeduped (0) becomes deduped (1) and the table's hold is taken, in one step.
+    uint32_t before = o->word_.fetch_add((uint32_t(1) << DedupHandleBase::stateShift) + 1,
+                                         std::memory_order_acq_rel);
+    if ((before & DedupHandleBase::countMask) >= DedupHandleBase::maxRefCount)
+        o->refIncRejected(before);
     sh.set.insert(StoreManager::compress(o));
 }
 
@@ -238,7 +318,7 @@ DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const 
     auto it = sh.set.find(LookupKey{hash, eq, eqCtx});
     if (it != sh.set.end()) {
         const DedupHandleBase* o = obj(*it);
-        o->refs_.fetch_add(1, std::memory_order_relaxed);
+        o->refInc();
         return const_cast<DedupHandleBase*>(o);
     }
     DedupHandleBase* o = make(makeCtx);
@@ -246,7 +326,7 @@ DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const 
 #ifndef NDEBUG
     ORV_ASSERT_TEXT(o->hash() == hash, "made object's hash differs from the lookup hash");
 #endif
-    o->refs_.fetch_add(1, std::memory_order_relaxed); // the caller's
+    o->word_.fetch_add(1, std::memory_order_relaxed); // the caller's
     insertLocked(sh, o);
     return o;
 }
@@ -259,25 +339,45 @@ DedupHandleBase* DedupTableBase::dedupImpl(const DedupHandleBase* o) {
     // An object interned here already finds itself: it is returned as it is.
     const DedupHandleBase* result = it != sh.set.end() ? obj(*it) : o;
     if (it == sh.set.end()) insertLocked(sh, o);
-    result->refs_.fetch_add(1, std::memory_order_relaxed);
+    result->refInc();
     return const_cast<DedupHandleBase*>(result);
 }
 
-void DedupTableBase::releaseLast(const DedupHandleBase* o) noexcept {
+bool DedupTableBase::releaseLast(const DedupHandleBase* o) noexcept {
     bool destroy = false;
     {
-        Shard& sh = shardFor(o->hash());
+        uint32_t hash = o->hash();
+        Shard& sh = shardFor(hash);
         ShardLock lock(sh.spin, multiThreaded_);
-        if (o->refs_.fetch_sub(1, std::memory_order_acq_rel) == 2) {
-            size_t erased = sh.set.erase(LookupKey{o->hash(), &identityEq, o});
-            ORV_ASSERT(erased == 1);
-            o->state_.store(uint32_t(DedupHandleState::beingDestroyed) << 29 | o->userData(),
-                            std::memory_order_release);
-            o->refs_.store(0, std::memory_order_relaxed);
+        auto it = sh.set.find(LookupKey{hash, &identityEq, o});
+        if (it == sh.set.end()) return false; // another table's object
+        uint32_t before = o->word_.fetch_sub(1, std::memory_order_acq_rel);
+        if ((before & DedupHandleBase::countMask) == 2) {
+            sh.set.erase(it);
+            o->word_.store(uint32_t(DedupHandleState::beingDestroyed)
+                               << DedupHandleBase::stateShift,
+                           std::memory_order_release);
             destroy = true;
         }
     }
     if (destroy) o->destroy();
+    return true;
+}
+
+bool DedupTableBase::holds(const DedupHandleBase* o) const noexcept {
+    uint32_t hash = o->hash();
+    Shard& sh = shardFor(hash);
+    ShardLock lock(sh.spin, multiThreaded_);
+    return sh.set.find(LookupKey{hash, &identityEq, o}) != sh.set.end();
+}
+
+DedupTableBase* DedupTableBase::ownerOf(const DedupHandleBase* o) noexcept {
+    const OwnerList* l = ownersOf(&typeid(*o));
+    if (!l || l->empty()) return nullptr;
+    if (l->size() == 1) return tableAt(l->front());
+    for (uint16_t i : *l)
+        if (DedupTableBase* t = tableAt(i); t && t->holds(o)) return t;
+    return nullptr;
 }
 
 // ---- DedupHandleBase ----
@@ -286,28 +386,36 @@ bool DedupHandleBase::compareByContent(const DedupContentHandle&) const {
     throw Mel::NotImplementedException();
 }
 
-void DedupHandleBase::refIncWhilstDetached() const noexcept {
+void DedupHandleBase::refIncRejected(uint32_t before) const noexcept {
     // A lookup can never reach an object on its way out; anything else that does is a bug.
-    ORV_ASSERT_TEXT(dedupState() != DedupHandleState::beingDestroyed,
+    ORV_ASSERT_TEXT((before >> stateShift) != uint32_t(DedupHandleState::beingDestroyed),
                     "assertDedupHandleRefIncWhilstDetached");
+    ORV_ASSERT_TEXT((before & countMask) < maxRefCount, "reference count beyond its limit");
     std::abort();
 }
 
 void DedupHandleBase::refDecSlow() const noexcept {
-    uint32_t c = refs_.load(std::memory_order_relaxed);
+    uint32_t w = word_.load(std::memory_order_acquire);
     for (;;) {
-        uint32_t st = state_.load(std::memory_order_acquire);
-        if (DedupHandleState(st >> 29) != DedupHandleState::deduped) {
-            if (refs_.fetch_sub(1, std::memory_order_acq_rel) == 1) destroy();
+        if (DedupHandleState(w >> stateShift) != DedupHandleState::deduped) {
+            if ((word_.fetch_sub(1, std::memory_order_acq_rel) & countMask) == 1) destroy();
             return;
         }
-        ORV_ASSERT_TEXT(c >= 2, "refCount() >= 2");
-        if (c == 2) {
-            DedupTableBase::tableAt((st >> userDataBits) & 0xfff)->releaseLast(this);
-            return;
+        ORV_ASSERT_TEXT((w & countMask) >= 2, "refCount() >= 2");
+        if ((w & countMask) == 2) {
+            // Possibly the last outside reference: the owning table decides under its lock.
+            if (const OwnerList* l = ownersOf(&typeid(*this)))
+                for (uint16_t i : *l)
+                    if (DedupTableBase* t = DedupTableBase::tableAt(i); t && t->releaseLast(this))
+                        return;
+            // The table was torn down meanwhile and detached the object: release it as such.
+            w = word_.load(std::memory_order_acquire);
+            ORV_ASSERT_TEXT(DedupHandleState(w >> stateShift) != DedupHandleState::deduped,
+                            "interned object in no table");
+            continue;
         }
-        if (refs_.compare_exchange_weak(c, c - 1, std::memory_order_acq_rel,
-                                        std::memory_order_relaxed))
+        if (word_.compare_exchange_weak(w, w - 1, std::memory_order_acq_rel,
+                                        std::memory_order_acquire))
             return;
     }
 }
@@ -323,15 +431,7 @@ void DedupHandleBase::assertIsDeduped() const noexcept {
 }
 
 DedupTableBase* DedupHandleBase::dedupTable() const noexcept {
-    return isDeduped() ? DedupTableBase::tableAt(tableIndex()) : nullptr;
-}
-
-void DedupHandleBase::userBitsIs(unsigned pos, unsigned width, uint32_t value) const noexcept {
-    uint32_t mask = ((1u << width) - 1) << pos;
-    uint32_t cur = state_.load(std::memory_order_relaxed);
-    while (!state_.compare_exchange_weak(cur, (cur & ~mask) | ((value << pos) & mask),
-                                         std::memory_order_relaxed)) {
-    }
+    return isDeduped() ? DedupTableBase::ownerOf(this) : nullptr;
 }
 
 } // namespace Keel

@@ -37,8 +37,9 @@ public:
     // Calls f for every live table of the process (under the registry lock: f must not make
     // tables).
     static void forEachTable(const std::function<void(const DedupTableBase&)>& f);
-    // The table an interned object belongs to.
+    // The table of a registry index, and the table an interned object belongs to (null if none).
     static DedupTableBase* tableAt(uint32_t index) noexcept;
+    static DedupTableBase* ownerOf(const DedupHandleBase* obj) noexcept;
 
 protected:
     using EqFn = bool (*)(const void* ctx, const DedupHandleBase* obj);
@@ -55,7 +56,10 @@ protected:
 private:
     friend class DedupHandleBase;
     struct Shard;
-    void releaseLast(const DedupHandleBase* obj) noexcept;
+    // The release that found two references (the caller's and, if obj is this table's, the
+    // table's): false when obj is not in this table.
+    bool releaseLast(const DedupHandleBase* obj) noexcept;
+    bool holds(const DedupHandleBase* obj) const noexcept;
     Shard& shardFor(uint32_t hash) const noexcept;
     void insertLocked(Shard& shard, const DedupHandleBase* obj) noexcept;
 

@@ -52,6 +52,19 @@ public:
     }
 };
 
+} // namespace
+
+namespace Keel {
+struct DedupHandleTestAccess {
+    static void refCountIs(const DedupHandleBase& o, uint32_t count) {
+        uint32_t w = o.word_.load();
+        o.word_.store((w & ~DedupHandleBase::countMask) | count);
+    }
+};
+} // namespace Keel
+
+namespace {
+
 int64_t liveProbes() {
     return Probe::melStashTypeStats().objects.load();
 }
@@ -130,17 +143,26 @@ TEST_P(DedupTableTest, DestroyedTableDetachesItsObjects) {
     EXPECT_EQ(Probe::destroyed, destroyedBefore + 2);
 }
 
-TEST_P(DedupTableTest, UserBitsChangeWithoutDisturbingState) {
-    ProbeTable table("ProbeDedupTable", GetParam());
-    auto p = table.intern(1);
-    p->userBitsIs(2, 8, 255);
-    p->userBitsIs(0, 1, 1);
-    EXPECT_EQ(p->userBits(2, 8), 255u);
-    EXPECT_EQ(p->userBits(0, 1), 1u);
-    p->userBitsIs(2, 8, 0x1ff); // wider than the field: only its bits are kept
-    EXPECT_EQ(p->userBits(2, 8), 255u);
-    EXPECT_TRUE(p->isDeduped());
-    EXPECT_EQ(p->dedupTable(), &table);
+// Objects carry no table: two live tables of one type must each release only their own objects,
+// and each object must report its own table.
+TEST_P(DedupTableTest, TwoTablesOfOneTypeKeepTheirOwnObjects) {
+    int64_t before = liveProbes();
+    {
+        ProbeTable a("ProbeDedupTable", GetParam()), b("ProbeDedupTable", GetParam());
+        auto inA = a.intern(7), inB = b.intern(7);
+        EXPECT_NE(inA.get(), inB.get());
+        EXPECT_EQ(inA->dedupTable(), &a);
+        EXPECT_EQ(inB->dedupTable(), &b);
+        auto again = b.intern(7);
+        EXPECT_EQ(again.get(), inB.get());
+        inA.reset(); // leaves a, not b
+        EXPECT_EQ(a.size(), 0u);
+        EXPECT_EQ(b.size(), 1u);
+        again.reset();
+        inB.reset();
+        EXPECT_EQ(b.size(), 0u);
+    }
+    EXPECT_EQ(liveProbes(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, DedupTableTest, ::testing::Values(true, false),
@@ -212,6 +234,19 @@ TEST(DedupTableDeathTest, TakingAReferenceOnAnObjectOnItsWayOut) {
             r.reset();
         },
         "assertDedupHandleRefIncWhilstDetached");
+}
+
+// 2^30 - 1 references are the most one object takes (the table's hold included); the reference
+// that would carry into the state bits ends the process instead.
+TEST(DedupTableDeathTest, ReferenceCountLimit) {
+    ProbeTable table("ProbeDedupTable");
+    auto p = table.intern(3);
+    Keel::DedupHandleTestAccess::refCountIs(*p, Keel::DedupHandleBase::maxRefCount - 1);
+    Mel::PtrConst<Probe> last = p; // the limit itself is still allowed
+    EXPECT_EQ(p->refCount(), Keel::DedupHandleBase::maxRefCount);
+    EXPECT_TRUE(p->isDeduped());
+    EXPECT_DEATH({ Mel::PtrConst<Probe> more = p; }, "reference count beyond its limit");
+    Keel::DedupHandleTestAccess::refCountIs(*p, 3);
 }
 
 TEST(DedupTableDeathTest, AssertIsDedupedOnAFreshObject) {
