@@ -173,7 +173,8 @@ bool AspathAttrCanonicalSerializer::serialize(const AspathAttrCanonical* path, u
     // Calls f(segment, local AS to prepend or 0, isOrdinary) for every segment written, in order;
     // the new segment is an empty sequence of the local-AS type with the local AS prepended.
     auto forEachWritten = [&](auto&& f) {
-        if (prepend == Prepend::newSegment) f(AsSegmentRef(localAsSegType, {}), localAs, true);
+        if (prepend == Prepend::newSegment)
+            f(AsSegmentRef(localAsSegType, AsNumbers()), localAs, true);
         if (writeConfed) {
             bool first = true;
             for (const StoredAsSegment& seg : confedRun) {

@@ -248,14 +248,13 @@ void AsSegmentStasher::stashSerialize(Serialize& serialize, const void* writerPt
     uint32_t elements = seg->asCount();
     if (elements == 0) return;
     if (segmentType_.isSet()) ORV_ASSERT(elements <= 0xff);
-    const Orvnet::AutonomousSystem* as = seg->as().data();
+    AsNumbers::iterator as = seg->as().begin();
     uint16_t typeBits = uint16_t(segmentType_.value() << 8);
     while (elements) {
         uint32_t chunk = elements < 0xff ? elements : 0xff;
         serialize.addU16hton(uint16_t(typeBits | chunk));
-        for (uint32_t i = 0; i < chunk; ++i)
-            serialize.addU32hton(as[i].value());
-        as += chunk;
+        for (uint32_t i = 0; i < chunk; ++i, ++as)
+            serialize.addU32hton((*as).value());
         elements -= chunk;
     }
 }

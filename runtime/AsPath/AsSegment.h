@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <initializer_list>
+#include <iterator>
 #include <span>
 #include <vector>
 
@@ -66,53 +67,156 @@ Mel::Ptr<AsSegment> asSegmentFactory(AsSegmentType type,
                                      std::span<const Orvnet::AutonomousSystem> as);
 Mel::Ptr<AsSegment> asSegmentFactory(AsSegmentType type, std::initializer_list<uint32_t> as);
 
-// One segment as a path stores it, inside the path's own allocation: a 4-byte word (type code in
-// the high 8 bits, AS count in the low 24 bits) followed directly by the AS numbers (4 bytes
-// each, host order). Segments of a path follow one another without gaps. The word 0 (type 0, no
-// AS numbers) is the null segment of an empty path.
+// The AS numbers of one segment, live or stored, read in order: a live segment's plain array of
+// 4-byte numbers, or a stored segment's packed 16-bit units (see StoredAsSegment). A forward range
+// whose elements are values, not references.
+class AsNumbers {
+public:
+    class iterator {
+    public:
+        using iterator_category = std::forward_iterator_tag;
+        using value_type = Orvnet::AutonomousSystem;
+        using difference_type = std::ptrdiff_t;
+        using pointer = void;
+        using reference = Orvnet::AutonomousSystem;
+
+        iterator() noexcept = default;
+        iterator(const void* p, uint32_t left, bool packed) noexcept
+            : p_(p), left_(left), packed_(packed) {}
+        Orvnet::AutonomousSystem operator*() const noexcept {
+            if (!packed_) return *static_cast<const Orvnet::AutonomousSystem*>(p_);
+            auto* u = static_cast<const uint16_t*>(p_);
+            return u[0] != escape ? uint32_t(u[0]) : uint32_t(u[1]) << 16 | u[2];
+        }
+        iterator& operator++() noexcept {
+            if (!packed_) {
+                p_ = static_cast<const Orvnet::AutonomousSystem*>(p_) + 1;
+            } else {
+                auto* u = static_cast<const uint16_t*>(p_);
+                p_ = u + (u[0] != escape ? 1 : 3);
+            }
+            --left_;
+            return *this;
+        }
+        iterator operator++(int) noexcept {
+            iterator r = *this;
+            ++*this;
+            return r;
+        }
+        // Iterators of one range compare by how many numbers they have left.
+        bool operator==(const iterator& o) const noexcept { return left_ == o.left_; }
+        // Where the iterator points: past the last number, the end of the segment's storage.
+        const void* position() const noexcept { return p_; }
+
+    private:
+        const void* p_ = nullptr;
+        uint32_t left_ = 0;
+        bool packed_ = false;
+    };
+
+    // The packed unit that announces a number stored in the two units after it.
+    static constexpr uint16_t escape = 0xffff;
+
+    AsNumbers() noexcept = default;
+    AsNumbers(std::span<const Orvnet::AutonomousSystem> plain) noexcept
+        : p_(plain.data()), n_(uint32_t(plain.size())), packed_(false) {}
+    static AsNumbers packed(const uint16_t* units, uint32_t count) noexcept {
+        AsNumbers a;
+        a.p_ = units;
+        a.n_ = count;
+        a.packed_ = true;
+        return a;
+    }
+
+    uint32_t size() const noexcept { return n_; }
+    bool empty() const noexcept { return n_ == 0; }
+    iterator begin() const noexcept { return {p_, n_, packed_}; }
+    iterator end() const noexcept { return {nullptr, 0, packed_}; }
+    Orvnet::AutonomousSystem front() const noexcept { return *begin(); }
+
+private:
+    const void* p_ = nullptr;
+    uint32_t n_ = 0;
+    bool packed_ = false;
+};
+
+// One segment as a path stores it, inside the path's own allocation, in 16-bit host-order units:
+// a header unit (type code in the top 3 bits, AS count in the low 13; a count of 8191 or more
+// puts 8191 there and the count in the next two units, high half first), then the AS numbers, one
+// unit each; a number of 65535 or more takes the escape unit 0xffff and two units more (high half
+// first). So a path of 2-byte AS numbers costs two bytes a number, and one 4-byte number in it
+// costs six rather than making every number four. The unit 0 (type 0, no AS numbers) is the null
+// segment of an empty path. Segments of a path follow one another without gaps.
 class StoredAsSegment {
 public:
     static constexpr uint32_t maxAsCount = 0xffffff;
+    static constexpr uint16_t countInHeader = 0x1fff;
 
-    static constexpr uint32_t headerWord(AsSegmentType type, uint32_t asCount) noexcept {
-        return uint32_t(type.value() & 0xff) << 24 | (asCount & maxAsCount);
+    static constexpr uint16_t headerUnit(AsSegmentType type, uint32_t asCount) noexcept {
+        return uint16_t((type.value() & 7) << 13 |
+                        (asCount < countInHeader ? asCount : countInHeader));
     }
-    static constexpr size_t storedBytesFor(uint32_t asCount) noexcept {
-        return 4 + 4 * size_t(asCount);
+    // Appends the stored form of one segment to units.
+    template <class Units, class Range>
+    static void append(Units& units, AsSegmentType type, const Range& as) {
+        uint32_t n = uint32_t(as.size());
+        units.push_back(headerUnit(type, n));
+        if (n >= countInHeader) {
+            units.push_back(uint16_t(n >> 16));
+            units.push_back(uint16_t(n));
+        }
+        for (auto a : as) {
+            uint32_t v = Orvnet::AutonomousSystem(a).value();
+            if (v < AsNumbers::escape) {
+                units.push_back(uint16_t(v));
+            } else {
+                units.push_back(AsNumbers::escape);
+                units.push_back(uint16_t(v >> 16));
+                units.push_back(uint16_t(v));
+            }
+        }
     }
 
-    AsSegmentType segmentType() const noexcept { return AsSegmentType(uint16_t(word_ >> 24)); }
-    uint32_t asCount() const noexcept { return word_ & maxAsCount; }
-    bool isNull() const noexcept { return word_ == 0; }
-    // The AS numbers sit right after the header word.
-    std::span<const Orvnet::AutonomousSystem> as() const noexcept {
-        return {reinterpret_cast<const Orvnet::AutonomousSystem*>(this + 1), asCount()};
+    AsSegmentType segmentType() const noexcept { return AsSegmentType(uint16_t(unit_ >> 13)); }
+    uint32_t asCount() const noexcept {
+        uint32_t n = unit_ & countInHeader;
+        return n < countInHeader ? n : uint32_t(units()[1]) << 16 | units()[2];
     }
-    size_t storedBytes() const noexcept { return storedBytesFor(asCount()); }
+    bool isNull() const noexcept { return unit_ == 0; }
+    AsNumbers as() const noexcept { return AsNumbers::packed(numbersBegin(), asCount()); }
     // The segment stored after this one (meaningful only while the run has more).
     const StoredAsSegment* next() const noexcept {
-        return reinterpret_cast<const StoredAsSegment*>(reinterpret_cast<const char*>(this) +
-                                                        storedBytes());
+        const uint16_t* p = numbersBegin();
+        for (uint32_t i = asCount(); i > 0; --i)
+            p += *p != AsNumbers::escape ? 1 : 3;
+        return reinterpret_cast<const StoredAsSegment*>(p);
+    }
+    size_t storedBytes() const noexcept {
+        return size_t(reinterpret_cast<const char*>(next()) - reinterpret_cast<const char*>(this));
     }
 
 private:
-    uint32_t word_;
+    const uint16_t* units() const noexcept { return &unit_; }
+    const uint16_t* numbersBegin() const noexcept {
+        return units() + ((unit_ & countInHeader) < countInHeader ? 1 : 3);
+    }
+    uint16_t unit_;
 };
-static_assert(sizeof(StoredAsSegment) == 4 && sizeof(Orvnet::AutonomousSystem) == 4);
+static_assert(sizeof(StoredAsSegment) == 2);
 
 // A non-owning view of one segment, live or stored: what the serializers read.
 struct AsSegmentRef {
     AsSegmentType type;
-    std::span<const Orvnet::AutonomousSystem> as;
+    AsNumbers as;
 
-    AsSegmentRef(AsSegmentType t, std::span<const Orvnet::AutonomousSystem> a) noexcept
-        : type(t), as(a) {}
+    AsSegmentRef(AsSegmentType t, AsNumbers a) noexcept : type(t), as(a) {}
     AsSegmentRef(const StoredAsSegment& s) noexcept : type(s.segmentType()), as(s.as()) {}
     AsSegmentRef(const AsSegment& s) noexcept
-        : type(s.segmentType()), as(s.as().data(), s.as().size()) {}
+        : type(s.segmentType()),
+          as(std::span<const Orvnet::AutonomousSystem>(s.as().data(), s.as().size())) {}
 
     AsSegmentType segmentType() const noexcept { return type; }
-    uint32_t asCount() const noexcept { return uint32_t(as.size()); }
+    uint32_t asCount() const noexcept { return as.size(); }
 };
 
 } // namespace Routing::Bgp

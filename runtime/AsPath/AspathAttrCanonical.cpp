@@ -12,11 +12,7 @@ namespace Routing::Bgp {
 
 namespace {
 
-constexpr uint32_t nullSegmentWord[1] = {0};
-
-uint32_t countsWord(uint32_t confedCount, uint32_t pathCount) noexcept {
-    return confedCount << 16 | pathCount;
-}
+constexpr uint16_t nullSegmentUnit[1] = {0};
 
 } // namespace
 
@@ -31,18 +27,18 @@ const StoredAsSegment* AsSegmentRun::endPtr() const noexcept {
 // ---------------------------------------------------------------------------------------------
 AsSegmentRun AspathAttrCanonical::confedPath() const noexcept {
     if (form() == AspathForm::singleSeg) return {};
-    const uint32_t* w = storedWords();
-    return {reinterpret_cast<const StoredAsSegment*>(w + 1), w[0] >> 16};
+    const uint16_t* u = storedUnits();
+    return {reinterpret_cast<const StoredAsSegment*>(u + 2), u[0]};
 }
 
 AsSegmentRun AspathAttrCanonical::path() const noexcept {
-    const uint32_t* w = storedWords();
+    const uint16_t* u = storedUnits();
     if (form() == AspathForm::singleSeg) {
-        auto* seg = reinterpret_cast<const StoredAsSegment*>(w);
+        auto* seg = reinterpret_cast<const StoredAsSegment*>(u);
         return {seg->isNull() ? nullptr : seg, seg->isNull() ? 0u : 1u};
     }
-    AsSegmentRun confed(reinterpret_cast<const StoredAsSegment*>(w + 1), w[0] >> 16);
-    return {confed.endPtr(), w[0] & 0xffff};
+    AsSegmentRun confed(reinterpret_cast<const StoredAsSegment*>(u + 2), u[0]);
+    return {confed.endPtr(), u[1]};
 }
 
 std::span<const uint8_t> AspathAttrCanonical::storedBytes() const noexcept {
@@ -53,8 +49,13 @@ std::span<const uint8_t> AspathAttrCanonical::storedBytes() const noexcept {
     return {begin, size_t(end - begin)};
 }
 
-void AspathAttrCanonical::storedIs(std::span<const uint32_t> words) noexcept {
-    std::memcpy(const_cast<uint8_t*>(storedBegin()), words.data(), words.size_bytes());
+void AspathAttrCanonical::storedIs(std::span<const uint16_t> units) noexcept {
+    std::memcpy(const_cast<uint8_t*>(storedBegin()), units.data(), units.size_bytes());
+}
+
+size_t AspathAttrCanonical::extraBytesFor(size_t bytes) noexcept {
+    size_t need = headerBytes + bytes;
+    return need > sizeof(AspathAttrCanonical) ? need - sizeof(AspathAttrCanonical) : 0;
 }
 
 uint32_t AspathAttrCanonical::hash() const {
@@ -75,7 +76,7 @@ bool AspathAttrCanonical::compareByContent(const Keel::DedupContentHandle& conte
 bool AspathAttrCanonical::compareByContent(
     const AspathAttrCanonicalContent& content) const noexcept {
     if (content.form() != form()) return false;
-    std::span<const uint32_t> w = content.storedWords();
+    std::span<const uint16_t> w = content.storedUnits();
     // Compare the stored region word by word without walking it first: the content's words are
     // a well-formed region, so a mismatch is found no later than the object's own end.
     std::span<const uint8_t> mine = storedBytes();
@@ -83,8 +84,8 @@ bool AspathAttrCanonical::compareByContent(
 }
 
 AspathAttrCanonical* AspathAttrCanonical::make(const AspathAttrCanonicalContent& content) {
-    std::span<const uint32_t> words = content.storedWords();
-    MelStash::ExtraBytes extra{words.size_bytes()};
+    std::span<const uint16_t> units = content.storedUnits();
+    MelStash::ExtraBytes extra{extraBytesFor(units.size_bytes())};
     AspathAttrCanonical* p = nullptr;
     switch (content.form()) {
     case AspathForm::singleSeg:
@@ -97,12 +98,12 @@ AspathAttrCanonical* AspathAttrCanonical::make(const AspathAttrCanonicalContent&
         p = new (extra) AspathAttrCanonicalWithConfed();
         break;
     }
-    p->storedIs(words);
+    p->storedIs(units);
     return p;
 }
 
 const StoredAsSegment* AspathAttrCanonicalSingleSeg::segment() const noexcept {
-    auto* seg = reinterpret_cast<const StoredAsSegment*>(storedWords());
+    auto* seg = reinterpret_cast<const StoredAsSegment*>(storedUnits());
     return seg->isNull() ? nullptr : seg;
 }
 
@@ -139,8 +140,8 @@ AspathAttrCanonicalWithConfed::create(const AsSegmentVector& confedPath,
 }
 
 // ---------------------------------------------------------------------------------------------
-template <class T>
-void AspathAttrCanonicalContent::add(bool confed, AsSegmentType type, std::span<const T> as) {
+template <class Range>
+void AspathAttrCanonicalContent::add(bool confed, AsSegmentType type, const Range& as) {
     if (!type.isValid())
         throw Mel::RangeException("AS path segment type " + std::to_string(type.value()) +
                                   " is not one of 1-4");
@@ -152,18 +153,17 @@ void AspathAttrCanonicalContent::add(bool confed, AsSegmentType type, std::span<
     if (count == maxSegments)
         throw Mel::RangeException("AS path with more than " + std::to_string(maxSegments) +
                                   (confed ? " confederation segments" : " segments"));
-    size_t at = confed ? confedEnd_ : words_.size();
-    words_.insert(words_.begin() + at, 1 + as.size(), 0);
-    words_[at] = StoredAsSegment::headerWord(type, uint32_t(as.size()));
-    for (size_t i = 0; i < as.size(); ++i) {
-        if constexpr (std::is_same_v<T, uint32_t>)
-            words_[at + 1 + i] = as[i];
-        else
-            words_[at + 1 + i] = as[i].value();
+    if (confed) {
+        segment_.clear();
+        StoredAsSegment::append(segment_, type, as);
+        units_.insert(units_.begin() + confedEnd_, segment_.begin(), segment_.end());
+        confedEnd_ += segment_.size();
+    } else {
+        StoredAsSegment::append(units_, type, as);
     }
-    if (confed) confedEnd_ += 1 + as.size();
     ++count;
-    words_[0] = countsWord(confedCount_, pathCount_);
+    units_[0] = uint16_t(confedCount_);
+    units_[1] = uint16_t(pathCount_);
 }
 
 void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type,
@@ -172,6 +172,10 @@ void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type,
 }
 
 void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type, std::span<const uint32_t> as) {
+    add(pathCount_ == 0 && type.isConfed(), type, as);
+}
+
+void AspathAttrCanonicalContent::segmentAdd(AsSegmentType type, AsNumbers as) {
     add(pathCount_ == 0 && type.isConfed(), type, as);
 }
 
@@ -194,31 +198,30 @@ AspathForm AspathAttrCanonicalContent::form() const noexcept {
     return pathCount_ <= 1 ? AspathForm::singleSeg : AspathForm::withPathVector;
 }
 
-std::span<const uint32_t> AspathAttrCanonicalContent::storedWords() const noexcept {
+std::span<const uint16_t> AspathAttrCanonicalContent::storedUnits() const noexcept {
     switch (form()) {
     case AspathForm::singleSeg:
         ORV_ASSERT(confedCount_ == 0 && pathCount_ <= 1);
-        if (pathCount_ == 0) return nullSegmentWord;
-        return {words_.data() + 1, words_.size() - 1};
+        if (pathCount_ == 0) return nullSegmentUnit;
+        return {units_.data() + 2, units_.size() - 2};
     case AspathForm::withPathVector:
         ORV_ASSERT(confedCount_ == 0);
         break;
     case AspathForm::withConfed:
         break;
     }
-    return {words_.data(), words_.size()};
+    return {units_.data(), units_.size()};
 }
 
 uint32_t AspathAttrCanonicalContent::hash() const noexcept {
-    std::span<const uint32_t> w = storedWords();
+    std::span<const uint16_t> w = storedUnits();
     return aspathAttrCanonicalHash(form(),
                                    {reinterpret_cast<const uint8_t*>(w.data()), w.size_bytes()});
 }
 
 void AspathAttrCanonicalContent::clear() noexcept {
-    words_.resize(1);
-    words_[0] = 0;
-    confedEnd_ = 1;
+    units_.assign(2, 0);
+    confedEnd_ = 2;
     confedCount_ = 0;
     pathCount_ = 0;
     form_ = 0;

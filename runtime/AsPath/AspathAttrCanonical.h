@@ -79,18 +79,20 @@ class AspathAttrCanonicalContent;
 
 // An AS path: confederation segments (`confedPath`, only in the WithConfed form) followed by the
 // ordinary segments (`path`). The segments live in the object's own allocation, right after the
-// 16-byte object header, so a one-segment path of n AS numbers takes 20 + 4n bytes (rounded up to
-// 8). Layout after the header: SingleSeg holds one StoredAsSegment (the null segment when the
-// path is empty); the other forms hold a word (confederation segment count << 16 | ordinary
-// segment count) and then the confederation segments and the ordinary segments.
-// The hash is not cached (4 bytes per path saved); it is XXH3 over that stored region, cheap to
-// recompute when the table grows.
+// 12-byte object header, in 16-bit units (StoredAsSegment), so a one-segment path of n AS numbers
+// below 65535 takes 14 + 2n bytes (rounded up to 8: five numbers in 24 bytes, nine in 32).
+// Layout after the header: SingleSeg holds one StoredAsSegment (the null segment when the path is
+// empty); the other forms hold two units (confederation segment count, ordinary segment count)
+// and then the confederation segments and the ordinary segments.
+// The hash is not cached; it is XXH3 over that stored region, cheap to recompute when the table
+// grows.
 // All three forms are counted together in the store's figures, under AspathAttrCanonical.
 class AspathAttrCanonical : public MelStash::DedupHandle {
     MELSTASH_STORE_ALLOCATED(AspathAttrCanonical)
 
 public:
-    static constexpr size_t headerBytes = 16;
+    // The object header: virtual table pointer and reference-count word.
+    static constexpr size_t headerBytes = sizeof(void*) + sizeof(uint32_t);
 
     virtual AspathForm form() const noexcept = 0;
 
@@ -117,11 +119,14 @@ protected:
     const uint8_t* storedBegin() const noexcept {
         return reinterpret_cast<const uint8_t*>(this) + headerBytes;
     }
-    const uint32_t* storedWords() const noexcept {
-        return reinterpret_cast<const uint32_t*>(storedBegin());
+    const uint16_t* storedUnits() const noexcept {
+        return reinterpret_cast<const uint16_t*>(storedBegin());
     }
-    // Copies the stored region in after the header; the object was allocated with room for it.
-    void storedIs(std::span<const uint32_t> words) noexcept;
+    // Copies the stored region in after the header; the object was allocated with room for it
+    // (the region may start in the class's tail padding).
+    void storedIs(std::span<const uint16_t> units) noexcept;
+    // The bytes to allocate beyond sizeof for a stored region of `bytes`.
+    static size_t extraBytesFor(size_t bytes) noexcept;
 };
 
 class AspathAttrCanonicalSingleSeg : public AspathAttrCanonical {
@@ -161,8 +166,9 @@ protected:
     AspathAttrCanonicalWithConfed() noexcept = default;
 };
 
-static_assert(sizeof(AspathAttrCanonicalSingleSeg) == AspathAttrCanonical::headerBytes &&
-              sizeof(AspathAttrCanonicalWithConfed) == AspathAttrCanonical::headerBytes);
+static_assert(sizeof(AspathAttrCanonicalSingleSeg) == sizeof(AspathAttrCanonical) &&
+              sizeof(AspathAttrCanonicalWithConfed) == sizeof(AspathAttrCanonical) &&
+              AspathAttrCanonical::headerBytes == 12);
 
 // The value a path is built from, and looked up by: the builder for decoded segments. It keeps
 // the segments already in their stored layout, so looking a path up costs no allocation.
@@ -172,7 +178,7 @@ class AspathAttrCanonicalContent : public Keel::DedupContentHandle {
 public:
     static constexpr uint32_t maxSegments = 0xffff;
 
-    AspathAttrCanonicalContent() { words_.push_back(0); }
+    AspathAttrCanonicalContent() { units_.assign(2, 0); }
 
     // In the order of the UPDATE: confederation segments (types 3, 4) that come before every
     // other segment form the confederation path; all later segments, whatever their type, form
@@ -180,6 +186,7 @@ public:
     // bytes it was decoded from.
     void segmentAdd(AsSegmentType type, std::span<const Orvnet::AutonomousSystem> as);
     void segmentAdd(AsSegmentType type, std::span<const uint32_t> as);
+    void segmentAdd(AsSegmentType type, AsNumbers as);
     void segmentAdd(AsSegmentType type, std::initializer_list<uint32_t> as) {
         segmentAdd(type, std::span<const uint32_t>(as.begin(), as.size()));
     }
@@ -197,17 +204,19 @@ public:
     uint32_t confedSegmentCount() const noexcept { return confedCount_; }
     uint32_t segmentCount() const noexcept { return pathCount_; }
     // The stored region of an AspathAttrCanonical of form().
-    std::span<const uint32_t> storedWords() const noexcept;
+    std::span<const uint16_t> storedUnits() const noexcept;
     uint32_t hash() const noexcept;
     void clear() noexcept;
 
 private:
-    template <class T>
-    void add(bool confed, AsSegmentType type, std::span<const T> as);
+    template <class Range>
+    void add(bool confed, AsSegmentType type, const Range& as);
 
-    // [counts word][confederation segments][ordinary segments]
-    boost::container::small_vector<uint32_t, 64> words_;
-    size_t confedEnd_ = 1; // index of the first ordinary segment's word
+    // [confederation segment count][ordinary segment count][confederation segments][ordinary
+    // segments], in stored units
+    boost::container::small_vector<uint16_t, 128> units_;
+    boost::container::small_vector<uint16_t, 64> segment_; // one segment being added
+    size_t confedEnd_ = 2; // index of the first ordinary segment's unit
     uint32_t confedCount_ = 0;
     uint32_t pathCount_ = 0;
     uint8_t form_ = 0; // 0: picked from the segments

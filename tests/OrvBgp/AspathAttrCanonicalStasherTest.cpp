@@ -47,7 +47,7 @@ std::string sequenceHex(uint32_t first, std::vector<uint32_t> chunks, uint8_t ty
 class UnregisteredAspath : public AspathAttrCanonicalSingleSeg {
 public:
     UnregisteredAspath() {
-        static const uint32_t nullSegment[1] = {0};
+        static const uint16_t nullSegment[1] = {0};
         storedIs(nullSegment);
     }
 };
@@ -200,8 +200,8 @@ TEST(AspathAttrCanonicalStasher, SegmentDestashMakesSetsAndSequences) {
 // Stored segments of a type outside 1-4 (only a corrupted store holds them): empty ones read as
 // null and write nothing; with AS numbers they are not supported, and print with "?".
 TEST(AspathAttrCanonicalStasher, UnknownStoredSegmentTypes) {
-    uint32_t empty[] = {StoredAsSegment::headerWord(AsSegmentType(9), 0)};
-    uint32_t full[] = {StoredAsSegment::headerWord(AsSegmentType(9), 2), 100, 200};
+    uint16_t empty[] = {StoredAsSegment::headerUnit(AsSegmentType(7), 0)};
+    uint16_t full[] = {StoredAsSegment::headerUnit(AsSegmentType(7), 2), 100, 200};
     const AsSegmentStasher& r = AsSegmentStasher::forStored(empty);
     EXPECT_EQ(r.destash(empty, store()), nullptr);
     Serialize s;

@@ -94,25 +94,44 @@ TEST(AspathAttrCanonical, FormAndEveryAsNumberTakePartInEquality) {
     EXPECT_EQ(p.get(), aspath("WithConfed: (65010) | 100 {300 400}").get());
 }
 
-// A one-segment path of n AS numbers is one allocation of 20 + 4n bytes, rounded up to 8.
-TEST(AspathAttrCanonical, OneSegmentPathKeepsItsSegmentInline) {
+// Numbers below 65535 take one 16-bit unit and the rest three, in one allocation with the path:
+// every number reads back, at the escape boundary and past the 13-bit count of a segment header.
+TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
     auto& stats = AspathAttrCanonical::melStashTypeStats();
-    for (uint32_t n : {0u, 1u, 2u, 5u, 10u, 200u, 251u}) { // up to 1 KiB: 8-byte size classes
-        SCOPED_TRACE(n);
-        AspathAttrCanonicalContent c;
+    struct Case {
         std::vector<uint32_t> as;
-        for (uint32_t k = 0; k < n; ++k)
-            as.push_back(4200000000u + k);
-        if (n) c.segmentAdd(AsSegmentType::asSequence_, std::span<const uint32_t>(as));
+        size_t units; // after the 12-byte header: the segment header, then the numbers
+    };
+    std::vector<uint32_t> longest(8191 + 3);
+    for (size_t k = 0; k < longest.size(); ++k)
+        longest[k] = k % 3 ? uint32_t(k) : 4200000000u + uint32_t(k);
+    const std::vector<Case> cases = {
+        {{}, 1},
+        {{1, 2, 3, 4, 5}, 6},
+        {{0, 65534, 65535, 65536, 4294967295u}, 1 + 2 + 3 * 3},
+        {longest, 3 + 8194 - 2732 + 2732 * 3},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.as.size());
+        AspathAttrCanonicalContent c;
+        c.segmentAdd(AsSegmentType::asSequence_, std::span<const uint32_t>(k.as));
         int64_t objects = stats.objects.load(), bytes = stats.bytes.load();
         auto p = aspathAttrCanonicalFactory(c);
         ASSERT_EQ(stats.objects.load(), objects + 1);
-        size_t want = (20 + 4 * size_t(n) + 7) / 8 * 8;
-        EXPECT_EQ(stats.bytes.load() - bytes, int64_t(want));
-        EXPECT_TRUE(MelStash::StoreManager::contains(p.get()));
-        if (n) {
-            EXPECT_EQ(p->path().first()->as().back().value(), 4200000000u + n - 1);
+        size_t block = MelStash::StoreManager::instance().blockSize(p.get());
+        EXPECT_EQ(stats.bytes.load() - bytes, int64_t(block));
+        EXPECT_GE(block, 12 + 2 * k.units);
+        if (block <= 1024) {
+            EXPECT_LT(block, 12 + 2 * k.units + 8);
         }
+        ASSERT_EQ(p->segmentCount(), 1u);
+        const StoredAsSegment& seg = *p->path().first();
+        EXPECT_EQ(seg.asCount(), k.as.size());
+        EXPECT_EQ(seg.storedBytes(), 2 * k.units);
+        std::vector<uint32_t> back;
+        for (Orvnet::AutonomousSystem a : seg.as())
+            back.push_back(a.value());
+        EXPECT_EQ(back, k.as);
     }
 }
 
