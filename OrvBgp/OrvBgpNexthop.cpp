@@ -132,7 +132,8 @@ bool BgpMetricPref::compareByContent(const Keel::DedupContentHandle& content) co
 }
 
 BgpMetricPrefDedupTable::BgpMetricPrefDedupTable(std::string name)
-    : DedupTable(std::move(name)), unknown_(metricPref(BgpMetricPrefContent::unknown())),
+    : DedupTable(std::move(name), Keel::multiThreadedOrvbgp(), Sharding::oneShard),
+      unknown_(metricPref(BgpMetricPrefContent::unknown())),
       invalid_(metricPref(BgpMetricPrefContent::invalid())),
       preResolved_(metricPref(BgpMetricPrefContent::preResolved())) {}
 

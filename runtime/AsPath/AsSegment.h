@@ -86,14 +86,15 @@ public:
         Orvnet::AutonomousSystem operator*() const noexcept {
             if (!packed_) return *static_cast<const Orvnet::AutonomousSystem*>(p_);
             auto* u = static_cast<const uint16_t*>(p_);
-            return u[0] != escape ? uint32_t(u[0]) : uint32_t(u[1]) << 16 | u[2];
+            if (u[0] < escapeShort) return uint32_t(u[0]);
+            if (u[0] != escape) return uint32_t(u[0] & 0xf) << 16 | u[1];
+            return uint32_t(u[1]) << 16 | u[2];
         }
         iterator& operator++() noexcept {
             if (!packed_) {
                 p_ = static_cast<const Orvnet::AutonomousSystem*>(p_) + 1;
             } else {
-                auto* u = static_cast<const uint16_t*>(p_);
-                p_ = u + (u[0] != escape ? 1 : 3);
+                p_ = static_cast<const uint16_t*>(p_) + unitsAt(static_cast<const uint16_t*>(p_));
             }
             --left_;
             return *this;
@@ -114,8 +115,28 @@ public:
         bool packed_ = false;
     };
 
-    // The packed unit that announces a number stored in the two units after it.
+    // Packed units from escapeShort up announce a number that does not fit one unit: escapeShort
+    // | h (h below 15) holds its high half, the next unit its low half; escape is followed by
+    // both halves.
+    static constexpr uint16_t escapeShort = 0xfff0;
     static constexpr uint16_t escape = 0xffff;
+    // How many units the number stored at u takes.
+    static uint32_t unitsAt(const uint16_t* u) noexcept {
+        return u[0] < escapeShort ? 1 : u[0] != escape ? 2 : 3;
+    }
+    template <class Units>
+    static void appendPacked(Units& units, uint32_t v) {
+        if (v < escapeShort) {
+            units.push_back(uint16_t(v));
+        } else if ((v >> 16) < 0xf) {
+            units.push_back(uint16_t(escapeShort | v >> 16));
+            units.push_back(uint16_t(v));
+        } else {
+            units.push_back(escape);
+            units.push_back(uint16_t(v >> 16));
+            units.push_back(uint16_t(v));
+        }
+    }
 
     AsNumbers() noexcept = default;
     AsNumbers(std::span<const Orvnet::AutonomousSystem> plain) noexcept
@@ -143,9 +164,10 @@ private:
 // One segment as a path stores it, inside the path's own allocation, in 16-bit host-order units:
 // a header unit (type code in the top 3 bits, AS count in the low 13; a count of 8191 or more
 // puts 8191 there and the count in the next two units, high half first), then the AS numbers, one
-// unit each; a number of 65535 or more takes the escape unit 0xffff and two units more (high half
-// first). So a path of 2-byte AS numbers costs two bytes a number, and one 4-byte number in it
-// costs six rather than making every number four. The unit 0 (type 0, no AS numbers) is the null
+// unit each below 65520; a larger one below 983040 (every public 4-byte AS number so far) takes
+// two units (0xfff0 | its high half, then its low half), any other three (0xffff, high half, low
+// half). So a path of 2-byte AS numbers costs two bytes a number, and a 4-byte number in it costs
+// four rather than making every number four. The unit 0 (type 0, no AS numbers) is the null
 // segment of an empty path. Segments of a path follow one another without gaps.
 class StoredAsSegment {
 public:
@@ -165,16 +187,8 @@ public:
             units.push_back(uint16_t(n >> 16));
             units.push_back(uint16_t(n));
         }
-        for (auto a : as) {
-            uint32_t v = Orvnet::AutonomousSystem(a).value();
-            if (v < AsNumbers::escape) {
-                units.push_back(uint16_t(v));
-            } else {
-                units.push_back(AsNumbers::escape);
-                units.push_back(uint16_t(v >> 16));
-                units.push_back(uint16_t(v));
-            }
-        }
+        for (auto a : as)
+            AsNumbers::appendPacked(units, Orvnet::AutonomousSystem(a).value());
     }
 
     AsSegmentType segmentType() const noexcept { return AsSegmentType(uint16_t(unit_ >> 13)); }
@@ -188,7 +202,7 @@ public:
     const StoredAsSegment* next() const noexcept {
         const uint16_t* p = numbersBegin();
         for (uint32_t i = asCount(); i > 0; --i)
-            p += *p != AsNumbers::escape ? 1 : 3;
+            p += AsNumbers::unitsAt(p);
         return reinterpret_cast<const StoredAsSegment*>(p);
     }
     size_t storedBytes() const noexcept {

@@ -2,11 +2,10 @@
 
 #define ORV_UNIT "Keel/DedupTable"
 #include "Keel/Assert.h"
+#include "Keel/RefSet.h"
 #include "Keel/SpinLock.h"
 #include "Mel/Exception.h"
 #include "MelStash/StoreManager.h"
-
-#include <boost/unordered/unordered_flat_set.hpp>
 
 #include <cstdlib>
 #include <map>
@@ -20,58 +19,12 @@ namespace {
 
 using MelStash::StoreManager;
 
-// Counts a table's array memory under the table's name.
-template <class T>
-struct CountingAllocator {
-    using value_type = T;
-    MelStash::TypeStats* stats;
-    explicit CountingAllocator(MelStash::TypeStats* s) noexcept : stats(s) {}
-    template <class U>
-    CountingAllocator(const CountingAllocator<U>& o) noexcept : stats(o.stats) {}
-    T* allocate(size_t n) {
-        stats->bytes.fetch_add(static_cast<int64_t>(n * sizeof(T)), std::memory_order_relaxed);
-        return std::allocator<T>().allocate(n);
-    }
-    void deallocate(T* p, size_t n) noexcept {
-        stats->bytes.fetch_sub(static_cast<int64_t>(n * sizeof(T)), std::memory_order_relaxed);
-        std::allocator<T>().deallocate(p, n);
-    }
-    template <class U>
-    bool operator==(const CountingAllocator<U>& o) const noexcept {
-        return stats == o.stats;
-    }
-};
-
-struct LookupKey {
-    uint32_t hash;
-    bool (*eq)(const void*, const DedupHandleBase*);
-    const void* ctx;
-};
-
 inline const DedupHandleBase* obj(uint32_t ref) noexcept {
     return static_cast<const DedupHandleBase*>(StoreManager::expand(ref));
 }
 
-struct RefHash {
-    using is_transparent = void;
-    size_t operator()(uint32_t ref) const noexcept { return obj(ref)->hash(); }
-    size_t operator()(const LookupKey& k) const noexcept { return k.hash; }
-};
-
-struct RefEq {
-    using is_transparent = void;
-    bool operator()(uint32_t a, uint32_t b) const noexcept { return a == b; }
-    bool operator()(const LookupKey& k, uint32_t ref) const { return k.eq(k.ctx, obj(ref)); }
-    bool operator()(uint32_t ref, const LookupKey& k) const { return k.eq(k.ctx, obj(ref)); }
-};
-
-using RefSet = boost::unordered_flat_set<uint32_t, RefHash, RefEq, CountingAllocator<uint32_t>>;
-
-bool identityEq(const void* ctx, const DedupHandleBase* o) {
-    return ctx == o;
-}
-bool objectEq(const void* ctx, const DedupHandleBase* o) {
-    return static_cast<const DedupHandleBase*>(ctx)->compare(o);
+uint32_t hashOfRef(uint32_t ref) {
+    return obj(ref)->hash();
 }
 
 constexpr uint32_t maxTables = 4096;
@@ -176,11 +129,11 @@ void multiThreadedOrvbgpIs(bool on) noexcept {
     multiThreadedFlag().store(on, std::memory_order_relaxed);
 }
 
-struct alignas(64) DedupTableBase::Shard {
-    explicit Shard(MelStash::TypeStats* stats)
-        : set(0, RefHash(), RefEq(), CountingAllocator<uint32_t>(stats)) {}
-    Keel::SpinLock spin;
+// 24 bytes: sixteen shards of an empty table cost 384 bytes. Neighbouring shards share cache
+// lines; their locks are held for one probe.
+struct DedupTableBase::Shard {
     RefSet set;
+    Keel::SpinLock spin;
 };
 
 namespace {
@@ -201,14 +154,14 @@ private:
 };
 } // namespace
 
-DedupTableBase::DedupTableBase(std::string name, bool multiThreaded)
+DedupTableBase::DedupTableBase(std::string name, bool multiThreaded, Sharding sharding)
     : name_(std::move(name)), multiThreaded_(multiThreaded) {
-    numShards_ = multiThreaded_ ? 16 : 1;
-    shardShift_ = multiThreaded_ ? 28 : 32;
-    MelStash::TypeStats* stats;
+    bool sharded = multiThreaded_ && sharding == Sharding::sixteenShards;
+    numShards_ = sharded ? 16 : 1;
+    shardShift_ = sharded ? 28 : 32;
     {
         std::lock_guard lock(registryMutex);
-        stats = statsForName(name_);
+        stats_ = statsForName(name_);
         uint32_t idx = 0;
         for (uint32_t n = 0; n < maxTables - 1 && !idx; ++n) {
             uint32_t cand = registryNext;
@@ -219,12 +172,8 @@ DedupTableBase::DedupTableBase(std::string name, bool multiThreaded)
         index_ = idx;
         registry[idx].store(this, std::memory_order_release);
     }
-    shards_.reset(static_cast<Shard*>(nullptr));
-    auto* raw = static_cast<Shard*>(
-        ::operator new[](sizeof(Shard) * numShards_, std::align_val_t(alignof(Shard))));
-    for (size_t i = 0; i < numShards_; ++i)
-        new (&raw[i]) Shard(stats);
-    shards_.reset(raw);
+    // The store's line for the table counts the shards' arrays; memoryBytes() adds the shards.
+    shards_.reset(new Shard[numShards_]);
 }
 
 DedupTableBase::~DedupTableBase() {
@@ -237,8 +186,10 @@ DedupTableBase::~DedupTableBase() {
     }
     for (size_t i = 0; i < numShards_; ++i) {
         Shard& sh = shards_[i];
-        std::vector<uint32_t> refs(sh.set.begin(), sh.set.end());
-        sh.set.clear();
+        std::vector<uint32_t> refs;
+        refs.reserve(sh.set.size());
+        sh.set.forEach([&refs](uint32_t r) { refs.push_back(r); });
+        sh.set.clear(&stats_->bytes);
         for (uint32_t r : refs) {
             const DedupHandleBase* o = obj(r);
             // deduped (1) becomes detached (3) and the table's hold goes, in one step.
@@ -246,9 +197,7 @@ DedupTableBase::~DedupTableBase() {
                                                  std::memory_order_acq_rel);
             if ((before & DedupHandleBase::countMask) == 1) o->destroy();
         }
-        sh.~Shard();
     }
-    ::operator delete[](shards_.release(), std::align_val_t(alignof(Shard)));
 }
 
 size_t DedupTableBase::size() const noexcept {
@@ -264,9 +213,7 @@ size_t DedupTableBase::memoryBytes() const noexcept {
     size_t n = 0;
     for (size_t i = 0; i < numShards_; ++i) {
         ShardLock lock(shards_[i].spin, multiThreaded_);
-        const RefSet& s = shards_[i].set;
-        // Slots plus one metadata byte per slot, as the open-addressing layout stores them.
-        n += s.bucket_count() * (sizeof(uint32_t) + 1) + sizeof(Shard);
+        n += shards_[i].set.memoryBytes() + sizeof(Shard);
     }
     return n;
 }
@@ -288,9 +235,9 @@ DedupTableBase::Shard& DedupTableBase::shardFor(uint32_t hash) const noexcept {
 DedupHandleBase* DedupTableBase::findImpl(uint32_t hash, EqFn eq, const void* ctx) const {
     Shard& sh = shardFor(hash);
     ShardLock lock(sh.spin, multiThreaded_);
-    auto it = sh.set.find(LookupKey{hash, eq, ctx});
-    if (it == sh.set.end()) return nullptr;
-    const DedupHandleBase* o = obj(*it);
+    uint32_t i = sh.set.find(hash, [eq, ctx](uint32_t r) { return eq(ctx, obj(r)); });
+    if (i == RefSet::npos) return nullptr;
+    const DedupHandleBase* o = obj(sh.set.refAt(i));
     o->refInc();
     return const_cast<DedupHandleBase*>(o);
 }
@@ -308,16 +255,16 @@ void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept 
                                          std::memory_order_acq_rel);
     if ((before & DedupHandleBase::countMask) >= DedupHandleBase::maxRefCount)
         o->refIncRejected(before);
-    sh.set.insert(StoreManager::compress(o));
+    sh.set.insert(o->hash(), StoreManager::compress(o), &hashOfRef, &stats_->bytes);
 }
 
 DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const void* eqCtx,
                                                   MakeFn make, void* makeCtx) {
     Shard& sh = shardFor(hash);
     ShardLock lock(sh.spin, multiThreaded_);
-    auto it = sh.set.find(LookupKey{hash, eq, eqCtx});
-    if (it != sh.set.end()) {
-        const DedupHandleBase* o = obj(*it);
+    uint32_t i = sh.set.find(hash, [eq, eqCtx](uint32_t r) { return eq(eqCtx, obj(r)); });
+    if (i != RefSet::npos) {
+        const DedupHandleBase* o = obj(sh.set.refAt(i));
         o->refInc();
         return const_cast<DedupHandleBase*>(o);
     }
@@ -335,10 +282,10 @@ DedupHandleBase* DedupTableBase::dedupImpl(const DedupHandleBase* o) {
     uint32_t hash = o->hash();
     Shard& sh = shardFor(hash);
     ShardLock lock(sh.spin, multiThreaded_);
-    auto it = sh.set.find(LookupKey{hash, &objectEq, o});
+    uint32_t i = sh.set.find(hash, [o](uint32_t r) { return o->compare(obj(r)); });
     // An object interned here already finds itself: it is returned as it is.
-    const DedupHandleBase* result = it != sh.set.end() ? obj(*it) : o;
-    if (it == sh.set.end()) insertLocked(sh, o);
+    const DedupHandleBase* result = i != RefSet::npos ? obj(sh.set.refAt(i)) : o;
+    if (i == RefSet::npos) insertLocked(sh, o);
     result->refInc();
     return const_cast<DedupHandleBase*>(result);
 }
@@ -349,11 +296,12 @@ bool DedupTableBase::releaseLast(const DedupHandleBase* o) noexcept {
         uint32_t hash = o->hash();
         Shard& sh = shardFor(hash);
         ShardLock lock(sh.spin, multiThreaded_);
-        auto it = sh.set.find(LookupKey{hash, &identityEq, o});
-        if (it == sh.set.end()) return false; // another table's object
+        uint32_t ref = StoreManager::compress(o);
+        uint32_t i = sh.set.find(hash, [ref](uint32_t r) { return r == ref; });
+        if (i == RefSet::npos) return false; // another table's object
         uint32_t before = o->word_.fetch_sub(1, std::memory_order_acq_rel);
         if ((before & DedupHandleBase::countMask) == 2) {
-            sh.set.erase(it);
+            sh.set.eraseAt(i, &hashOfRef, &stats_->bytes);
             o->word_.store(uint32_t(DedupHandleState::beingDestroyed)
                                << DedupHandleBase::stateShift,
                            std::memory_order_release);
@@ -368,7 +316,8 @@ bool DedupTableBase::holds(const DedupHandleBase* o) const noexcept {
     uint32_t hash = o->hash();
     Shard& sh = shardFor(hash);
     ShardLock lock(sh.spin, multiThreaded_);
-    return sh.set.find(LookupKey{hash, &identityEq, o}) != sh.set.end();
+    uint32_t ref = StoreManager::compress(o);
+    return sh.set.find(hash, [ref](uint32_t r) { return r == ref; }) != RefSet::npos;
 }
 
 DedupTableBase* DedupTableBase::ownerOf(const DedupHandleBase* o) noexcept {

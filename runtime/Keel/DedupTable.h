@@ -13,16 +13,26 @@
 #include <memory>
 #include <string>
 
+namespace MelStash {
+struct TypeStats;
+}
+
 namespace Keel {
 
 // The untyped table. Entries are 4-byte compressed references into the store, kept in
-// open-addressing sets split into shards by the top hash bits, each with its own mutex (one shard
-// and no locking in the single-threaded form). The table holds one counted reference per entry; the
-// release that would leave only that hold takes the shard lock, and lookups take their reference
-// under the same lock, so no lookup can revive an object on its way out.
+// open-addressing sets (Keel::RefSet) split into shards by the top hash bits, each with its own
+// spin lock (one shard and no locking in the single-threaded form). The table holds one counted
+// reference per entry; the release that would leave only that hold takes the shard lock, and
+// lookups take their reference under the same lock, so no lookup can revive an object on its way
+// out.
 class DedupTableBase {
 public:
-    explicit DedupTableBase(std::string name, bool multiThreaded = multiThreadedOrvbgp());
+    // Sixteen shards spread the locking of a busy table; a table that holds a handful of records
+    // for its whole life (next-hop metrics) takes one, which saves the other fifteen's 360 bytes.
+    enum class Sharding : uint8_t { sixteenShards, oneShard };
+
+    explicit DedupTableBase(std::string name, bool multiThreaded = multiThreadedOrvbgp(),
+                            Sharding sharding = Sharding::sixteenShards);
     DedupTableBase(const DedupTableBase&) = delete;
     DedupTableBase& operator=(const DedupTableBase&) = delete;
     // Objects still interned are detached: they stay valid for their other holders.
@@ -64,6 +74,7 @@ private:
     void insertLocked(Shard& shard, const DedupHandleBase* obj) noexcept;
 
     std::string name_;
+    MelStash::TypeStats* stats_ = nullptr; // counts the shards and their arrays
     bool multiThreaded_;
     uint32_t index_;
     unsigned shardShift_;

@@ -32,10 +32,10 @@ struct CommunityListContent : Keel::DedupContentHandle {
     }
 };
 
-// Shared shape of the four lists: header (24 bytes with the count), then the values.
+// Shared shape of the four lists: header (16 bytes with the count), then the values.
 // Derived is the concrete list; AttrType and the element type fix its wire form.
 template <class Derived, class Elem, uint8_t AttrType>
-class CommunityListBase : public Keel::DedupHandleWithHash {
+class CommunityListBase : public Keel::DedupHandleBase {
 public:
     using Element = Elem;
     using Content = CommunityListContent<Elem>;
@@ -49,6 +49,12 @@ public:
     const Elem& operator[](uint32_t i) const noexcept { return values_[i]; }
     std::span<const Elem> values() const noexcept { return {values_, count_}; }
 
+    // Not cached: the values are at hand, and the table asks only when it grows or a list goes.
+    uint32_t hash() const override {
+        Content c;
+        c.values = values();
+        return c.hash();
+    }
     bool compare(const Keel::DedupHandleBase* other) const override {
         auto* o = static_cast<const Derived*>(other);
         return o->count_ == count_ && std::memcmp(o->values_, values_, count_ * sizeof(Elem)) == 0;
@@ -103,7 +109,6 @@ public:
 
 protected:
     explicit CommunityListBase(const Content& c) : count_(static_cast<uint32_t>(c.values.size())) {
-        hashIs(c.hash());
         if (!c.values.empty()) std::memcpy(values_, c.values.data(), c.values.size_bytes());
     }
 

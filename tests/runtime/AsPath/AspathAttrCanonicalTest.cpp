@@ -94,8 +94,9 @@ TEST(AspathAttrCanonical, FormAndEveryAsNumberTakePartInEquality) {
     EXPECT_EQ(p.get(), aspath("WithConfed: (65010) | 100 {300 400}").get());
 }
 
-// Numbers below 65535 take one 16-bit unit and the rest three, in one allocation with the path:
-// every number reads back, at the escape boundary and past the 13-bit count of a segment header.
+// Numbers below 65520 take one 16-bit unit, those below 983040 two and the rest three, in one
+// allocation with the path: every number reads back, at each escape boundary and past the 13-bit
+// count of a segment header.
 TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
     auto& stats = AspathAttrCanonical::melStashTypeStats();
     struct Case {
@@ -104,11 +105,11 @@ TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
     };
     std::vector<uint32_t> longest(8191 + 3);
     for (size_t k = 0; k < longest.size(); ++k)
-        longest[k] = k % 3 ? uint32_t(k) : 4200000000u + uint32_t(k);
+        longest[k] = k % 3 ? uint32_t(k) : 4200000000u + uint32_t(k); // 2732 numbers of 3 units
     const std::vector<Case> cases = {
         {{}, 1},
         {{1, 2, 3, 4, 5}, 6},
-        {{0, 65534, 65535, 65536, 4294967295u}, 1 + 2 + 3 * 3},
+        {{0, 65519, 65520, 65535, 65536, 983039, 983040, 4294967295u}, 1 + 2 + 2 * 4 + 3 * 2},
         {longest, 3 + 8194 - 2732 + 2732 * 3},
     };
     for (const Case& k : cases) {
