@@ -9,11 +9,11 @@
 
 #include "MelStash/StoreManager.h"
 
+#include <boost/json.hpp>
+#include <boost/json/src.hpp>
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cstring>
 #include <map>
 #include <random>
 #include <set>
@@ -52,90 +52,33 @@ Outcome runTool(std::vector<std::string> args, std::FILE* out = nullptr) {
     return {status, captured ? slurp(captured) : std::string(), slurp(err)};
 }
 
-// A small strict JSON reader: validates the text and collects "a.b.c" -> number for every number
-// that is an object member (array elements get their index as a path step).
-class JsonCheck {
-public:
-    explicit JsonCheck(const std::string& s) : s_(s) {}
+// The report's JSON, parsed strictly: "a.b.c" -> number for every number in it (array elements
+// get their index as a path step), and every member's path.
+struct JsonCheck {
+    explicit JsonCheck(const std::string& s) : text(s) {}
     bool parse() {
-        ws();
-        if (!value("")) return false;
-        ws();
-        return i_ == s_.size();
+        boost::system::error_code ec;
+        const boost::json::value v = boost::json::parse(text, ec);
+        if (!ec) walk(v, "");
+        return !ec;
     }
+    void walk(const boost::json::value& v, const std::string& path) {
+        if (v.is_object()) {
+            for (const auto& m : v.get_object()) {
+                const std::string key(m.key()), p = path.empty() ? key : path + "." + key;
+                keys.insert(p);
+                walk(m.value(), p);
+            }
+        } else if (v.is_array()) {
+            for (size_t n = 0; n < v.get_array().size(); ++n)
+                walk(v.get_array()[n], path + "." + std::to_string(n));
+        } else if (v.is_number()) {
+            numbers[path] = v.to_number<double>();
+        }
+    }
+    const std::string& text;
     std::map<std::string, double> numbers;
     std::set<std::string> keys;
-
-private:
-    void ws() {
-        while (i_ < s_.size() && std::isspace(static_cast<unsigned char>(s_[i_])))
-            ++i_;
-    }
-    bool lit(const char* w) {
-        size_t n = std::strlen(w);
-        if (s_.compare(i_, n, w) != 0) return false;
-        i_ += n;
-        return true;
-    }
-    bool string(std::string* out) {
-        if (s_[i_] != '"') return false;
-        ++i_;
-        while (i_ < s_.size() && s_[i_] != '"') {
-            if (static_cast<unsigned char>(s_[i_]) < 0x20) return false;
-            if (s_[i_] == '\\') ++i_;
-            if (out) out->push_back(s_[i_]);
-            ++i_;
-        }
-        return i_++ < s_.size();
-    }
-    bool value(const std::string& path) {
-        ws();
-        if (i_ >= s_.size()) return false;
-        char c = s_[i_];
-        if (c == '{') {
-            ++i_;
-            ws();
-            if (s_[i_] == '}') return ++i_, true;
-            for (;;) {
-                ws();
-                std::string k;
-                if (!string(&k)) return false;
-                std::string p = path.empty() ? k : path + "." + k;
-                keys.insert(p);
-                ws();
-                if (s_[i_++] != ':' || !value(p)) return false;
-                ws();
-                if (s_[i_] == ',') {
-                    ++i_;
-                    continue;
-                }
-                return s_[i_++] == '}';
-            }
-        }
-        if (c == '[') {
-            ++i_;
-            ws();
-            if (s_[i_] == ']') return ++i_, true;
-            for (int n = 0;; ++n) {
-                if (!value(path + "." + std::to_string(n))) return false;
-                ws();
-                if (s_[i_] == ',') {
-                    ++i_;
-                    continue;
-                }
-                return s_[i_++] == ']';
-            }
-        }
-        if (c == '"') return string(nullptr);
-        if (lit("true") || lit("false") || lit("null")) return true;
-        size_t used = 0;
-        double v = std::stod(s_.substr(i_, 40), &used);
-        i_ += used;
-        numbers[path] = v;
-        return used > 0;
-    }
-    const std::string& s_;
-    size_t i_ = 0;
 };
 
 std::string readFileRawString(const std::string& path) {
