@@ -120,6 +120,15 @@ Decoded decode(const Wire& attributes, const Strings& prefs) {
     return d;
 }
 
+const char kBase[] = "40 01 01 00  40 02 00  40 03 04 c0 00 02 09"; // ORIGIN, AS_PATH, NEXT_HOP
+
+// kBase then `ours`, decoded, for the cases where tshark's decode is known to go wrong.
+OrvTest::TsharkDecode decodeAfterBase(const Wire& ours) {
+    Wire all = OrvTest::bytesFromHex(kBase);
+    all.insert(all.end(), ours.begin(), ours.end());
+    return decode(all, {}).raw;
+}
+
 // ORIGIN IGP, an empty AS_PATH unless ours carry one, NEXT_HOP 192.0.2.9, then ours, in one UPDATE.
 // Checks a clean decode and, for each of ours, that tshark frames it exactly as written; returns
 // tshark's view of ours (empty on failure).
@@ -129,8 +138,7 @@ std::vector<DecodedAttr> decodeOurs(const std::vector<Wire>& ours, const Strings
     bool hasAsPath = false;
     for (const Wire& w : ours)
         hasAsPath |= w.size() > 1 && w[1] == 2;
-    Wire all = OrvTest::bytesFromHex(hasAsPath ? "40 01 01 00  40 03 04 c0 00 02 09"
-                                               : "40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
+    Wire all = OrvTest::bytesFromHex(hasAsPath ? "40 01 01 00  40 03 04 c0 00 02 09" : kBase);
     const size_t before = hasAsPath ? 2 : 3;
     for (const Wire& w : ours)
         all.insert(all.end(), w.begin(), w.end());
@@ -160,6 +168,19 @@ std::vector<DecodedAttr> decodeOurs(const std::vector<Wire>& ours, const Strings
 DecodedAttr decodeOne(const Wire& ours, const Strings& prefs = {}, const Strings& warnings = {}) {
     auto v = decodeOurs({ours}, prefs, warnings);
     return v.empty() ? DecodedAttr{} : v[0];
+}
+
+// The sink's attributes one by one.
+std::vector<Wire> split(const AttrSetStringStore& store) {
+    std::vector<Wire> out;
+    const Wire all = wire(store.bytes());
+    for (size_t at = 0; at < all.size();) {
+        size_t len =
+            (all[at] & 0x10) ? size_t(all[at + 2] << 8 | all[at + 3]) + 4 : size_t(all[at + 2]) + 3;
+        out.emplace_back(all.begin() + long(at), all.begin() + long(at + len));
+        at += len;
+    }
+    return out;
 }
 
 Strings numbers(uint32_t first, uint32_t n) {
@@ -275,16 +296,7 @@ TEST(TsharkEncoders, OriginatorIdAndClusterList) {
         }
         AttrSetStringStore store;
         ClusterListDedupTable::instance().findOrCreate(c)->serialize(store);
-        std::vector<Wire> ours;
-        size_t at = 0;
-        const Wire all = wire(store.bytes());
-        for (uint8_t t : store.attrTypes()) {
-            (void)t;
-            size_t len = (all[at] & 0x10) ? size_t(all[at + 2] << 8 | all[at + 3]) + 4
-                                          : size_t(all[at + 2]) + 3;
-            ours.emplace_back(all.begin() + long(at), all.begin() + long(at + len));
-            at += len;
-        }
+        const std::vector<Wire> ours = split(store);
         ASSERT_EQ(ours.size(), n ? 2u : 1u);
         auto d = decodeOurs(ours);
         ASSERT_EQ(d.size(), ours.size());
@@ -471,9 +483,7 @@ TEST(TsharkEncoders, DomainPath) {
     // layout wants at least one sequence): that one warning and nothing else.
     const Wire empty = wire(intern(0)->serialize());
     EXPECT_EQ(empty, OrvTest::bytesFromHex("c0 24 00"));
-    Wire all = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
-    all.insert(all.end(), empty.begin(), empty.end());
-    EXPECT_EQ(decode(all, {}).raw.warnings,
+    EXPECT_EQ(decodeAfterBase(empty).warnings,
               (Strings{"Expert Info (Error/Malformed): D-PATH attribute has invalid length "
                        "(invalid): 0 bytes"}));
 }
@@ -783,10 +793,8 @@ TEST(TsharkEncoders, TunnelEncapsulation) {
     // decode goes wrong after the color's header, which must still be right.
     TunnelEncapContent colored;
     colored.tunnelTlvIs(vxlan("192.0.2.1", 0, 100));
-    Wire all = OrvTest::bytesFromHex("40 01 01 00  40 02 00  40 03 04 c0 00 02 09");
-    const Wire ours = wire(TunnelEncap::intern(colored)->serialize());
-    all.insert(all.end(), ours.begin(), ours.end());
-    const OrvTest::TsharkDecode c = decode(all, {}).raw;
+    const OrvTest::TsharkDecode c =
+        decodeAfterBase(wire(TunnelEncap::intern(colored)->serialize()));
     ASSERT_TRUE(c.ran) << c.error;
     EXPECT_EQ(c.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(0), "6");
     EXPECT_EQ(c.fieldValues("bgp.update.encaps_tunnel_subtlv_type").at(1), "4");
@@ -801,19 +809,6 @@ TEST(TsharkEncoders, TunnelEncapsulation) {
 
 // ---- ATTR_SET and whole attribute sets
 // ------------------------------------------------------------------
-
-// The sink's attributes one by one.
-std::vector<Wire> split(const AttrSetStringStore& store) {
-    std::vector<Wire> out;
-    const Wire all = wire(store.bytes());
-    for (size_t at = 0; at < all.size();) {
-        size_t len =
-            (all[at] & 0x10) ? size_t(all[at + 2] << 8 | all[at + 3]) + 4 : size_t(all[at + 2]) + 3;
-        out.emplace_back(all.begin() + long(at), all.begin() + long(at + len));
-        at += len;
-    }
-    return out;
-}
 
 TEST(TsharkEncoders, WholeSetsForEveryKindOfPeer) {
     NEED_TSHARK();
