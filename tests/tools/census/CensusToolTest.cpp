@@ -7,7 +7,7 @@
 
 #include "CensusTestUtil.h"
 
-#include "MelStash/StoreManager.h"
+#include "reliability/InternSnapshot.h"
 
 #include <boost/json.hpp>
 #include <boost/json/src.hpp>
@@ -84,13 +84,6 @@ std::string readFileRawString(const std::string& path) {
     return std::string(b.begin(), b.end());
 }
 
-int64_t liveObjects() {
-    int64_t n = 0;
-    for (const auto& s : MelStash::StoreManager::typeStats())
-        if (s.kind == MelStash::TypeStats::Kind::storeObject) n += s.objects;
-    return n;
-}
-
 // The first whole records of a dump, up to limit bytes, decompressed.
 Bytes firstRecords(const std::string& path, size_t limit, std::vector<size_t>* ends = nullptr) {
     Bytes all = readDecompressed(path);
@@ -135,12 +128,12 @@ TEST(CensusTool, SyntheticReportTextJsonAndSvg) {
     // A first run makes the process-wide objects that outlive any run (default metric
     // preferences of the next-hop tables); the second must leave nothing behind.
     ASSERT_EQ(runTool({"--synthetic", "100,2"}).status, 0);
-    const int64_t before = liveObjects();
+    const OrvTest::InternSnapshot before = OrvTest::InternSnapshot::take();
     Outcome o = runTool({"--synthetic", "30000,6", "--seed", "3", "--json", tmp.path("r.json"),
                          "--svg", tmp.path("r.svg")});
     ASSERT_EQ(o.status, 0) << o.err;
     // Everything the run interned left with it.
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(OrvTest::InternSnapshot::differences(before, OrvTest::InternSnapshot::take()), "");
     for (const char* section :
          {"Sharing: distinct sets per tier", "Memory by component", "Bytes per type", "Time",
           "PathAttributesStats", "RibOutPathAttributesStats", "LIBRARY (inbound + referenced)",
