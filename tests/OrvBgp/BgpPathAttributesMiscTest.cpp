@@ -21,19 +21,15 @@ const Orvnet::IpAddr id10001 = Orvnet::IpAddr::fromString("10.0.0.1");
 // ---- Interning contract
 // --------------------------------------------------------------------------
 
-struct AigpTraits {
+struct AigpTraits : InternTableDedupOf<AccumulatedIgpMetricDedupTable> {
     using Object = AccumulatedIgpMetric;
     static uint64_t content(int i) { return uint64_t(i) << 33 | 5; }
     static Mel::PtrConst<AccumulatedIgpMetric> intern(uint64_t m) {
         return accumulatedIgpMetricFactory(m);
     }
-    static size_t tableSize() { return AccumulatedIgpMetricDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<AccumulatedIgpMetric>& p) {
-        return AccumulatedIgpMetricDedupTable::instance().dedup(p);
-    }
 };
 
-struct AggregatorTraits {
+struct AggregatorTraits : InternTableDedupOf<AggregatorDedupTable> {
     using Object = Aggregator;
     // Same address with different AS numbers, and the reverse: both fields must count.
     static AggregatorContent content(int i) {
@@ -42,10 +38,6 @@ struct AggregatorTraits {
     }
     static Mel::PtrConst<Aggregator> intern(const AggregatorContent& c) {
         return aggregatorFactory(c.autonomousSystem(), c.aggregatorId());
-    }
-    static size_t tableSize() { return AggregatorDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<Aggregator>& p) {
-        return AggregatorDedupTable::instance().dedup(p);
     }
 };
 

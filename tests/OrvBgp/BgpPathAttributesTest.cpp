@@ -727,7 +727,7 @@ TEST(PathAttributesSerializeStore, WrapsABareOriginatorId) {
     EXPECT_EQ(store.bytes().toHex(), "8009040a0000018009040a000002");
 }
 
-struct PathAttributesTraits {
+struct PathAttributesTraits : InternTableOf<PathAttributesDedupTable> {
     using Object = PathAttributesCommon;
     static C content(int i) {
         C c;
@@ -735,7 +735,6 @@ struct PathAttributesTraits {
         return c;
     }
     static auto intern(const C& c) { return ::intern(c); }
-    static size_t tableSize() { return PathAttributesDedupTable::instance().size(); }
     // A set is interned again from what it reads back.
     static Mel::PtrConst<PathAttributes> dedup(const Mel::PtrConst<PathAttributes>& p) {
         C c;

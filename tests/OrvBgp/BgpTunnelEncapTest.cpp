@@ -78,7 +78,7 @@ std::string text(const TunnelEncap* t) {
 
 // ---- Interning contract ------------------------------------------------------------------------
 
-struct UnparsedTlvTraits {
+struct UnparsedTlvTraits : InternTableOf<TunnelEncapTlvUnparsedDedupTable> {
     using Object = TunnelEncapTlvUnparsed;
     static TunnelEncapTlvUnparsedContent content(int i) {
         // Types, stored lengths and data all vary; i and i + 1 differ in at least one.
@@ -88,13 +88,12 @@ struct UnparsedTlvTraits {
     static Mel::PtrConst<TunnelEncapTlvUnparsed> intern(const TunnelEncapTlvUnparsedContent& c) {
         return TunnelEncapTlvUnparsed::intern(c);
     }
-    static size_t tableSize() { return TunnelEncapTlvUnparsedDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<TunnelEncapTlvUnparsed>& p) {
         return p->dedup(&TunnelEncapTlvUnparsedDedupTable::instance());
     }
 };
 
-struct VxlanTraits {
+struct VxlanTraits : InternTableOf<VxlanTunnelTlvDedupTable> {
     using Object = VxlanTunnelTlv;
     static VxlanTunnelTlvContent content(int i) {
         VxlanTunnelTlvContent c;
@@ -106,13 +105,12 @@ struct VxlanTraits {
     static Mel::PtrConst<VxlanTunnelTlv> intern(const VxlanTunnelTlvContent& c) {
         return VxlanTunnelTlv::intern(c);
     }
-    static size_t tableSize() { return VxlanTunnelTlvDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<VxlanTunnelTlv>& p) {
         return p->dedup(&VxlanTunnelTlvDedupTable::instance());
     }
 };
 
-struct TunnelEncapTraits {
+struct TunnelEncapTraits : InternTableOf<TunnelEncapDedupTable> {
     using Object = TunnelEncap;
     // 0 is the empty attribute; others hold 1 to 8 TLVs, from a run of stored lengths that
     // starts at a multiple of 8.
@@ -128,13 +126,12 @@ struct TunnelEncapTraits {
     static Mel::PtrConst<TunnelEncap> intern(const TunnelEncapContent& c) {
         return TunnelEncap::intern(c);
     }
-    static size_t tableSize() { return TunnelEncapDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<TunnelEncap>& p) {
         return p->dedup(&TunnelEncapDedupTable::instance());
     }
 };
 
-struct EndpointTraits {
+struct EndpointTraits : InternTableDedupOf<EndpointSubTlvDedupTable> {
     using Object = EndpointSubTlv;
     static EndpointSubTlvContent content(int i) {
         if (i == 0) return EndpointSubTlvContent();
@@ -145,13 +142,9 @@ struct EndpointTraits {
     static Mel::PtrConst<EndpointSubTlv> intern(const EndpointSubTlvContent& c) {
         return endpointSubTlvFactory(c);
     }
-    static size_t tableSize() { return EndpointSubTlvDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<EndpointSubTlv>& p) {
-        return EndpointSubTlvDedupTable::instance().dedup(p);
-    }
 };
 
-struct ColorTraits {
+struct ColorTraits : InternTableDedupOf<ColorSubTlvDedupTable> {
     using Object = ColorSubTlv;
     static ColorSubTlvContent content(int i) {
         return ColorSubTlvContent(uint32_t(i / 2), uint16_t(i % 2));
@@ -159,13 +152,9 @@ struct ColorTraits {
     static Mel::PtrConst<ColorSubTlv> intern(const ColorSubTlvContent& c) {
         return colorSubTlvFactory(c);
     }
-    static size_t tableSize() { return ColorSubTlvDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<ColorSubTlv>& p) {
-        return ColorSubTlvDedupTable::instance().dedup(p);
-    }
 };
 
-struct UnparsedSubTlvTraits {
+struct UnparsedSubTlvTraits : InternTableDedupOf<UnparsedSubTlvDedupTable> {
     using Object = UnparsedSubTlv;
     static UnparsedSubTlvContent content(int i) {
         return UnparsedSubTlvContent(uint8_t(120 + i % 16), uint16_t(i / 16),
@@ -173,10 +162,6 @@ struct UnparsedSubTlvTraits {
     }
     static Mel::PtrConst<UnparsedSubTlv> intern(const UnparsedSubTlvContent& c) {
         return unparsedSubTlvFactory(c);
-    }
-    static size_t tableSize() { return UnparsedSubTlvDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<UnparsedSubTlv>& p) {
-        return UnparsedSubTlvDedupTable::instance().dedup(p);
     }
 };
 

@@ -100,36 +100,24 @@ TEST(RouteScalars, UnspecifiedIsTheTopBitPattern) {
 }
 
 // The shared interning contract, for each list.
-struct CommListTraits {
+struct CommListTraits : InternTableDedupOf<CommListDedupTable> {
     using Object = CommList;
     static std::vector<uint32_t> content(int i) {
         return std::vector<uint32_t>(size_t(i % 5) + 1, uint32_t(i));
     }
     static auto intern(const std::vector<uint32_t>& c) { return CommList::intern(c); }
-    static size_t tableSize() { return CommListDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<CommList>& p) {
-        return CommListDedupTable::instance().dedup(p);
-    }
 };
-struct LargeCommListTraits {
+struct LargeCommListTraits : InternTableDedupOf<LargeCommListDedupTable> {
     using Object = LargeCommList;
     static std::vector<LargeComm> content(int i) { return {LargeComm{uint32_t(i), 1, 2}}; }
     static auto intern(const std::vector<LargeComm>& c) { return LargeCommList::intern(c); }
-    static size_t tableSize() { return LargeCommListDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<LargeCommList>& p) {
-        return LargeCommListDedupTable::instance().dedup(p);
-    }
 };
-struct LinkStateTraits {
+struct LinkStateTraits : InternTableDedupOf<Bgp::LinkStateAttrDedupTable> {
     using Object = Bgp::LinkStateAttrBase;
     static std::vector<uint8_t> content(int i) {
         return std::vector<uint8_t>(size_t(i), uint8_t(i));
     }
     static auto intern(const std::vector<uint8_t>& c) { return Bgp::LinkStateAttrBase::intern(c); }
-    static size_t tableSize() { return Bgp::LinkStateAttrDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<Bgp::LinkStateAttrBase>& p) {
-        return Bgp::LinkStateAttrDedupTable::instance().dedup(p);
-    }
 };
 using CommunityListTypes = ::testing::Types<CommListTraits, LargeCommListTraits, LinkStateTraits>;
 INSTANTIATE_TYPED_TEST_SUITE_P(CommunityLists, InternContract, CommunityListTypes);
