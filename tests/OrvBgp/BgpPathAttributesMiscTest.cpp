@@ -148,15 +148,6 @@ TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 
-// A store object of a class no reader is registered for.
-class Unregistered : public Keel::DedupHandleBase {
-    MELSTASH_STORE_ALLOCATED(Unregistered)
-
-public:
-    uint32_t hash() const override { return 0; }
-    bool compare(const Keel::DedupHandleBase*) const override { return false; }
-};
-
 TEST(MiscDestash, ReadsBackTheInternedObject) {
     auto* store = &MelStash::StoreManager::instance();
     auto m = accumulatedIgpMetricFactory(77);
@@ -176,7 +167,7 @@ TEST(MiscDestash, ReadsBackTheInternedObject) {
 }
 
 TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<Unregistered> u(new Unregistered);
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
     EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }

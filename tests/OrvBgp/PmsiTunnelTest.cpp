@@ -388,14 +388,6 @@ TEST(PmsiTunnelContent, TunnelTypeOutOfRangeIsARangeError) {
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 
-class Unregistered : public Keel::DedupHandleBase {
-    MELSTASH_STORE_ALLOCATED(Unregistered)
-
-public:
-    uint32_t hash() const override { return 0; }
-    bool compare(const Keel::DedupHandleBase*) const override { return false; }
-};
-
 TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
     auto* store = &MelStash::StoreManager::instance();
     std::vector<Mel::PtrConst<PmsiTunnel>> tunnels = {
@@ -454,7 +446,7 @@ TEST(PmsiTunnelDeathTest, OpaqueValueOfTheBaseMldpClassIsNotImplemented) {
 }
 
 TEST(PmsiTunnelDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<Unregistered> u(new Unregistered);
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
     EXPECT_DEATH(PmsiTunnel::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/PmsiTunnel", "nullptr != reader"));
 }
