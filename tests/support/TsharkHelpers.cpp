@@ -1,6 +1,8 @@
 #include "support/TsharkHelpers.h"
 
-#include <cctype>
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +17,7 @@ namespace OrvTest {
 namespace {
 
 namespace fs = std::filesystem;
+namespace pt = boost::property_tree;
 
 void put16(std::vector<std::uint8_t>& out, unsigned v) {
     out.push_back(static_cast<std::uint8_t>(v >> 8));
@@ -36,129 +39,29 @@ void put16le(std::vector<std::uint8_t>& out, unsigned v) {
     out.push_back(static_cast<std::uint8_t>(v >> 8));
 }
 
-std::string xmlUnescape(std::string_view in) {
-    std::string out;
-    out.reserve(in.size());
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        if (in[i] != '&') {
-            out += in[i];
+// Fills `fields`, `text` and `warnings` from the PDML elements beneath `node`; `depth` counts the
+// proto and field elements around them.
+void walkPdml(const pt::ptree& node, int depth, TsharkDecode& out) {
+    for (const auto& [tag, child] : node) {
+        if (tag == "<xmlattr>") continue;
+        if (tag != "field" && tag != "proto") {
+            walkPdml(child, depth, out);
             continue;
         }
-        auto semi = in.find(';', i);
-        if (semi == std::string_view::npos) {
-            out += in.substr(i);
-            break;
-        }
-        auto ent = in.substr(i + 1, semi - i - 1);
-        if (ent == "quot")
-            out += '"';
-        else if (ent == "amp")
-            out += '&';
-        else if (ent == "lt")
-            out += '<';
-        else if (ent == "gt")
-            out += '>';
-        else if (ent == "apos")
-            out += '\'';
-        else if (!ent.empty() && ent[0] == '#') {
-            bool hex = ent.size() > 1 && (ent[1] == 'x' || ent[1] == 'X');
-            auto code =
-                std::strtoul(std::string(ent.substr(hex ? 2 : 1)).c_str(), nullptr, hex ? 16 : 10);
-            out += code < 0x80 ? static_cast<char>(code) : '?';
-        } else {
-            out += '&';
-            out += ent;
-            out += ';';
-        }
-        i = semi;
-    }
-    return out;
-}
-
-// One start, end or empty-element tag of the PDML stream.
-struct Tag {
-    std::string name;
-    std::map<std::string, std::string> attrs;
-    bool closing = false;
-    bool selfClosing = false;
-};
-
-// Reads the tag at `pos` (which points at '<'); leaves `pos` after its '>'.
-bool readTag(const std::string& xml, std::size_t& pos, Tag& tag) {
-    tag = Tag{};
-    std::size_t end = pos + 1;
-    bool inQuote = false;
-    while (end < xml.size() && (inQuote || xml[end] != '>')) {
-        if (xml[end] == '"') inQuote = !inQuote;
-        ++end;
-    }
-    if (end >= xml.size()) return false;
-    std::string_view body(xml.data() + pos + 1, end - pos - 1);
-    pos = end + 1;
-    if (!body.empty() && body.front() == '/') {
-        tag.closing = true;
-        body.remove_prefix(1);
-    }
-    if (!body.empty() && body.back() == '/') {
-        tag.selfClosing = true;
-        body.remove_suffix(1);
-    }
-    std::size_t i = 0;
-    while (i < body.size() && !std::isspace(static_cast<unsigned char>(body[i])))
-        ++i;
-    tag.name = std::string(body.substr(0, i));
-    while (i < body.size()) {
-        while (i < body.size() && std::isspace(static_cast<unsigned char>(body[i])))
-            ++i;
-        auto eq = body.find('=', i);
-        if (eq == std::string_view::npos || eq + 1 >= body.size() || body[eq + 1] != '"') break;
-        auto close = body.find('"', eq + 2);
-        if (close == std::string_view::npos) break;
-        tag.attrs[std::string(body.substr(i, eq - i))] =
-            xmlUnescape(body.substr(eq + 2, close - eq - 2));
-        i = close + 1;
-    }
-    return true;
-}
-
-std::string attr(const Tag& tag, const char* key) {
-    auto it = tag.attrs.find(key);
-    return it == tag.attrs.end() ? std::string() : it->second;
-}
-
-// Fills `fields`, `text` and `warnings` from tshark's PDML output.
-void parsePdml(const std::string& xml, TsharkDecode& out) {
-    int depth = 0;
-    std::size_t pos = 0;
-    Tag tag;
-    while ((pos = xml.find('<', pos)) != std::string::npos) {
-        if (xml.compare(pos, 2, "<?") == 0 || xml.compare(pos, 2, "<!") == 0) {
-            pos = xml.find('>', pos);
-            if (pos == std::string::npos) break;
-            continue;
-        }
-        if (!readTag(xml, pos, tag)) break;
-        if (tag.name != "field" && tag.name != "proto") continue;
-        if (tag.closing) {
-            --depth;
-            continue;
-        }
-        std::string name = attr(tag, "name");
-        std::string showname = attr(tag, "showname");
-        std::string show = attr(tag, "show");
-        bool hidden = attr(tag, "hide") == "yes";
-        if (tag.name == "field") {
+        auto attr = [&](const char* key) {
+            return child.get<std::string>(std::string("<xmlattr>.") + key, "");
+        };
+        const std::string name = attr("name"), showname = attr("showname"), show = attr("show");
+        const bool hidden = attr("hide") == "yes";
+        if (tag == "field") {
             auto number = [&](const char* key) {
-                return static_cast<std::size_t>(std::strtoull(attr(tag, key).c_str(), nullptr, 10));
+                return static_cast<std::size_t>(std::strtoull(attr(key).c_str(), nullptr, 10));
             };
-            out.fields.push_back(
-                {name, show, attr(tag, "value"), depth, number("pos"), number("size")});
+            out.fields.push_back({name, show, attr("value"), depth, number("pos"), number("size")});
         }
-        if (!hidden) {
-            std::string line = showname.empty() ? show : showname;
-            if (!line.empty())
-                out.text += std::string(4 * static_cast<std::size_t>(depth), ' ') + line + "\n";
-        }
+        const std::string line = showname.empty() ? show : showname;
+        if (!hidden && !line.empty())
+            out.text += std::string(4 * static_cast<std::size_t>(depth), ' ') + line + "\n";
         // "Expert Info (Warning/Malformed): message"; Chat and Comment are informational.
         if (name == "_ws.expert") {
             auto open = showname.find('(');
@@ -170,8 +73,21 @@ void parsePdml(const std::string& xml, TsharkDecode& out) {
         } else if (name == "_ws.malformed" && !hidden) {
             out.warnings.push_back(showname.empty() ? "Malformed Packet" : showname);
         }
-        if (!tag.selfClosing) ++depth;
+        walkPdml(child, depth + 1, out);
     }
+}
+
+void parsePdml(const std::string& xml, TsharkDecode& out) {
+    std::istringstream in(xml);
+    pt::ptree tree;
+    try {
+        pt::read_xml(in, tree);
+    } catch (const pt::xml_parser_error& e) {
+        out.ran = false;
+        out.error = std::string("tshark's PDML does not parse: ") + e.what();
+        return;
+    }
+    walkPdml(tree, 0, out);
 }
 
 // Runs `cmd` through the shell; returns its exit status and fills `output` with its stdout.
