@@ -1,5 +1,8 @@
 #include "support/TsharkHelpers.h"
 
+#include "Mel/Bytes.h"
+#include "Mel/Exception.h"
+
 #include <boost/property_tree/ptree.hpp>
 #include <boost/property_tree/xml_parser.hpp>
 
@@ -262,30 +265,13 @@ TsharkDecode wrapInUpdate(std::span<const std::uint8_t> attributes,
 }
 
 std::vector<std::uint8_t> bytesFromHex(const std::string& hex) {
-    std::vector<std::uint8_t> out;
-    int pending = -1;
-    for (char c : hex) {
-        int v;
-        if (c >= '0' && c <= '9')
-            v = c - '0';
-        else if (c >= 'a' && c <= 'f')
-            v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F')
-            v = c - 'A' + 10;
-        else if (c == ' ' || c == '-' || c == ':' || c == '\t' || c == '\n' || c == '\r')
-            continue;
-        else
-            throw std::invalid_argument("bytesFromHex: not a hex digit in \"" + hex + "\"");
-        if (pending < 0) {
-            pending = v;
-        } else {
-            out.push_back(static_cast<std::uint8_t>(pending << 4 | v));
-            pending = -1;
-        }
+    try {
+        const Mel::Bytes b = Mel::Bytes::fromHex(hex);
+        return {b.begin(), b.end()};
+    } catch (const Mel::ParseException& e) {
+        throw std::invalid_argument("bytesFromHex: " + std::string(e.what()) + " in \"" + hex +
+                                    "\"");
     }
-    if (pending >= 0)
-        throw std::invalid_argument("bytesFromHex: odd number of hex digits in \"" + hex + "\"");
-    return out;
 }
 
 std::map<std::string, std::vector<std::uint8_t>> readWireVectors(const std::string& path) {
