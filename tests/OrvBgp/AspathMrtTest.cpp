@@ -4,6 +4,7 @@
 
 #include "Mel/Exception.h"
 #include "census/Mrt.h"
+#include "census/Prefix.h"
 
 #include <gtest/gtest.h>
 
@@ -17,12 +18,8 @@ using namespace Routing::Bgp;
 
 namespace {
 
-uint16_t be16(const uint8_t* p) {
-    return uint16_t(p[0] << 8 | p[1]);
-}
-uint32_t be32(const uint8_t* p) {
-    return uint32_t(p[0]) << 24 | uint32_t(p[1]) << 16 | uint32_t(p[2]) << 8 | p[3];
-}
+using Census::readBe16;
+using Census::readBe32;
 
 struct Counts {
     size_t paths4 = 0, paths2 = 0;
@@ -45,7 +42,7 @@ bool decodeAsPath(std::span<const uint8_t> v, bool fourByte, AspathAttrCanonical
         if (v.size() - at < n * width) return false;
         as.clear();
         for (size_t i = 0; i < n; ++i, at += width)
-            as.push_back(fourByte ? be32(&v[at]) : be16(&v[at]));
+            as.push_back(fourByte ? readBe32(&v[at]) : readBe16(&v[at]));
         try {
             c.segmentAdd(type, std::span<const uint32_t>(as));
         } catch (const Mel::RangeException&) {
@@ -139,23 +136,23 @@ bool walkDump(const std::string& file, Counts& k,
         size_t at = as4 ? 8 : 4;
         EXPECT_GE(b.size(), at + 4) << where;
         if (b.size() < at + 4) return true;
-        uint16_t afi = be16(&b[at + 2]);
+        uint16_t afi = readBe16(&b[at + 2]);
         at += 4 + (afi == 2 ? 32 : 8);
         EXPECT_GE(b.size(), at + 19) << where;
         if (b.size() < at + 19) return true;
         if (b[at + 18] != 2) continue; // not an UPDATE
         EXPECT_GE(b.size(), at + 23) << where;
         if (b.size() < at + 23) return true;
-        size_t end = at + be16(&b[at + 16]);
+        size_t end = at + readBe16(&b[at + 16]);
         at += 19;
-        at += 2 + be16(&b[at]); // withdrawn routes
-        size_t attrEnd = at + 2 + (at + 2 <= b.size() ? be16(&b[at]) : 0);
+        at += 2 + readBe16(&b[at]); // withdrawn routes
+        size_t attrEnd = at + 2 + (at + 2 <= b.size() ? readBe16(&b[at]) : 0);
         EXPECT_LE(attrEnd, std::min(end, b.size())) << where;
         if (attrEnd > std::min(end, b.size())) return true;
         for (at += 2; at + 3 <= attrEnd;) {
             uint8_t flags = b[at], type = b[at + 1];
             size_t hdr = flags & 0x10 ? 4 : 3;
-            size_t len = at + hdr > attrEnd ? 0 : hdr == 4 ? be16(&b[at + 2]) : b[at + 2];
+            size_t len = at + hdr > attrEnd ? 0 : hdr == 4 ? readBe16(&b[at + 2]) : b[at + 2];
             EXPECT_LE(at + hdr + len, attrEnd) << where;
             if (at + hdr + len > attrEnd) return true;
             if (type == 2) checkAsPath(&b[at], hdr, b.subspan(at + hdr, len), as4, k, seen);

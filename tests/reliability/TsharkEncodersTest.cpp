@@ -57,14 +57,8 @@ struct DecodedAttr {
     Strings spanned(const std::string& name) const {
         Strings out;
         for (const TsharkField& f : fields) {
-            if (f.name != name || f.pos + f.size > frame.size()) continue;
-            std::string hex;
-            char two[3];
-            for (size_t i = f.pos; i < f.pos + f.size; ++i) {
-                std::snprintf(two, sizeof two, "%02x", frame[i]);
-                hex += two;
-            }
-            out.push_back(hex);
+            if (f.name == name && f.pos + f.size <= frame.size())
+                out.push_back(Mel::Bytes(frame.data() + f.pos, f.size).toHex());
         }
         return out;
     }

@@ -470,10 +470,7 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
 
     EXPECT_EQ(status, 1);
     ASSERT_FALSE(firstUpdate.empty());
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (uint8_t b : firstUpdate)
-        hex += {digits[b >> 4], digits[b & 15]};
+    const std::string hex = Mel::Bytes(firstUpdate).toHex();
     EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
               std::string::npos)
         << errText;
