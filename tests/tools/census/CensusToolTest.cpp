@@ -84,19 +84,6 @@ std::string readFileRawString(const std::string& path) {
     return std::string(b.begin(), b.end());
 }
 
-// The first whole records of a dump, up to limit bytes, decompressed.
-Bytes firstRecords(const std::string& path, size_t limit, std::vector<size_t>* ends = nullptr) {
-    Bytes all = readDecompressed(path);
-    size_t at = 0;
-    while (at + 12 <= all.size()) {
-        size_t len = 12 + size_t(Census::readBe32(all.data() + at + 8));
-        if (at + len > all.size() || at + len > limit) break;
-        at += len;
-        if (ends) ends->push_back(at);
-    }
-    return Bytes(all.begin(), all.begin() + long(at));
-}
-
 } // namespace
 
 TEST(CensusTool, OptionsAndUsageErrors) {

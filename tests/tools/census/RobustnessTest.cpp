@@ -24,18 +24,9 @@ struct Base {
     std::vector<size_t> ends; // offset just past each record
 };
 
-// The first whole records of a dump, up to kMaxBase bytes.
 Base loadBase(const std::string& name, const std::string& path) {
     Base b{name, {}, {}};
-    Bytes all = readDecompressed(path);
-    size_t at = 0;
-    while (at + 12 <= all.size()) {
-        size_t len = 12 + size_t(readBe32(all.data() + at + 8));
-        if (at + len > all.size() || (at + len > kMaxBase && !b.ends.empty())) break;
-        at += len;
-        b.ends.push_back(at);
-    }
-    b.data.assign(all.begin(), all.begin() + long(at));
+    b.data = firstRecords(path, kMaxBase, &b.ends);
     return b;
 }
 
