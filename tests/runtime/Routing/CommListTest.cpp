@@ -1,33 +1,16 @@
 #include "Routing/CommList.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 #include "OrvBgp/LinkStateAttr.h"
 #include "Routing/RouteScalars.h"
 #include "support/InternContract.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <map>
-#include <sstream>
+#include <cstring>
 
 namespace {
 
 using namespace Routing;
-
-std::map<std::string, Mel::Bytes> wireVectors() {
-    std::map<std::string, Mel::Bytes> out;
-    std::ifstream in(std::string(ORV_TEST_DATA_DIR) + "/Communities/wire.txt");
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream ls(line);
-        std::string name, rest, hex;
-        ls >> name;
-        while (ls >> rest)
-            hex += rest;
-        out[name] = Mel::Bytes::fromHex(hex);
-    }
-    return out;
-}
 
 ExtCommIp6 ip6RouteTarget() {
     ExtCommIp6 v{};
@@ -39,7 +22,7 @@ ExtCommIp6 ip6RouteTarget() {
 }
 
 TEST(CommunityLists, WireFormsByteForByte) {
-    auto v = wireVectors();
+    auto v = OrvTest::attrWireVectors("Communities");
     ASSERT_EQ(v.size(), 6u);
     EXPECT_EQ(CommList::intern({0xfde80064, 0xffff0006})->serialize(), v["comm_two"]);
     EXPECT_EQ(CommList::intern(std::span<const uint32_t>())->serialize(), v["comm_empty"]);
