@@ -18,6 +18,8 @@
 
 #include <cstdint>
 #include <cstdio>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -175,6 +177,11 @@ std::vector<Wire> split(const AttrSetStringStore& store) {
         at += len;
     }
     return out;
+}
+
+Strings words(const char* text) {
+    std::istringstream in(text);
+    return Strings(std::istream_iterator<std::string>(in), std::istream_iterator<std::string>());
 }
 
 Strings numbers(uint32_t first, uint32_t n) {
@@ -601,72 +608,47 @@ TEST(TsharkEncoders, PrefixSidEveryTlv) {
     struct Case {
         const char* name;
         Mel::PtrConst<PrefixSid> sid;
-        Strings tlvTypes;
-        Strings tlvLengths;
+        const char* tlvTypes;   // as tshark shows them, blank-separated
+        const char* tlvLengths; // likewise
     };
     std::vector<SrgbRange> ranges41, ranges42;
     for (uint32_t i = 0; i < 42; ++i)
         (i < 41 ? ranges41 : ranges42).push_back(SrgbRange(16000 + 1000 * i, 1000));
     ranges42.insert(ranges42.begin(), ranges41.begin(), ranges41.end());
+    auto srv6 = [&](bool l3, uint16_t behavior, const Srv6SidStructureTlvContent& s) {
+        return prefixSidFactory(
+            nullptr, nullptr, srv6ServiceTlvFactory(Srv6ServiceTlvContent(l3, sid6, behavior, s)));
+    };
+    auto srgb = [](const std::vector<SrgbRange>& r) {
+        return prefixSidFactory(nullptr, originatorSrgbTlvFactory(r), nullptr);
+    };
     const std::vector<Case> cases = {
-        {"label index",
-         prefixSidFactory(labelIndexTlvFactory(100), nullptr, nullptr),
-         {"1"},
-         {"7"}},
-        {"largest label index",
-         prefixSidFactory(labelIndexTlvFactory(~0u), nullptr, nullptr),
-         {"1"},
-         {"7"}},
-        {"SRGB without ranges",
-         prefixSidFactory(nullptr, originatorSrgbTlvFactory({}), nullptr),
-         {"3"},
-         {"2"}},
+        {"label index", prefixSidFactory(labelIndexTlvFactory(100), nullptr, nullptr), "1", "7"},
+        {"largest label index", prefixSidFactory(labelIndexTlvFactory(~0u), nullptr, nullptr), "1",
+         "7"},
+        {"SRGB without ranges", srgb({}), "3", "2"},
         // 5 + 6 * 41 = 251 bytes of value, then 257: extended length.
-        {"SRGB of 41 ranges",
-         prefixSidFactory(nullptr, originatorSrgbTlvFactory(ranges41), nullptr),
-         {"3"},
-         {"248"}},
-        {"SRGB of 42 ranges",
-         prefixSidFactory(nullptr, originatorSrgbTlvFactory(ranges42), nullptr),
-         {"3"},
-         {"254"}},
-        {"SRv6 L3",
-         prefixSidFactory(nullptr, nullptr,
-                          srv6ServiceTlvFactory(Srv6ServiceTlvContent(true, sid6, 19, {}))),
-         {"5"},
-         {"25"}},
-        {"SRv6 L3 with structure",
-         prefixSidFactory(nullptr, nullptr,
-                          srv6ServiceTlvFactory(Srv6ServiceTlvContent(true, sid6, 63, structure))),
-         {"5"},
-         {"34"}},
-        {"SRv6 L2 with structure",
-         prefixSidFactory(nullptr, nullptr,
-                          srv6ServiceTlvFactory(Srv6ServiceTlvContent(false, sid6, 21, structure))),
-         {"6"},
-         {"34"}},
-        {"SRv6 L2",
-         prefixSidFactory(nullptr, nullptr,
-                          srv6ServiceTlvFactory(Srv6ServiceTlvContent(false, sid6, 21, {}))),
-         {"6"},
-         {"25"}},
+        {"SRGB of 41 ranges", srgb(ranges41), "3", "248"},
+        {"SRGB of 42 ranges", srgb(ranges42), "3", "254"},
+        {"SRv6 L3", srv6(true, 19, {}), "5", "25"},
+        {"SRv6 L3 with structure", srv6(true, 63, structure), "5", "34"},
+        {"SRv6 L2 with structure", srv6(false, 21, structure), "6", "34"},
+        {"SRv6 L2", srv6(false, 21, {}), "6", "25"},
         // tshark 4.0 steps two bytes too far after an SRGB TLV with another TLV behind it, so the
         // combinations leave SRGB last.
         {"label index and SRGB",
          prefixSidFactory(labelIndexTlvFactory(7), originatorSrgbTlvFactory(ranges42), nullptr),
-         {"1", "3"},
-         {"7", "254"}},
+         "1 3", "7 254"},
         {"label index and SRv6",
          prefixSidFactory(labelIndexTlvFactory(7), nullptr,
                           srv6ServiceTlvFactory(Srv6ServiceTlvContent(true, sid6, 19, structure))),
-         {"1", "5"},
-         {"7", "34"}},
+         "1 5", "7 34"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         auto d = decodeOne(wire(c.sid->serialize()));
-        EXPECT_EQ(d.values("bgp.prefix_sid.type"), c.tlvTypes);
-        EXPECT_EQ(d.values("bgp.prefix_sid.length"), c.tlvLengths);
+        EXPECT_EQ(d.values("bgp.prefix_sid.type"), words(c.tlvTypes));
+        EXPECT_EQ(d.values("bgp.prefix_sid.length"), words(c.tlvLengths));
         if (auto li = c.sid->labelIndexGet()) {
             EXPECT_EQ(d.value("bgp.prefix_sid.label_index.value"),
                       std::to_string(li->labelIndex()));
@@ -732,29 +714,29 @@ TEST(TsharkEncoders, TunnelEncapsulation) {
     struct Case {
         const char* name;
         std::vector<Mel::PtrConst<TunnelEncapTlvBase>> tlvs;
-        Strings types;
-        Strings subTypes = {}, subLengths = {}, subValues = {}; // compared when given
+        const char* types; // blank-separated, as the other columns
+        const char *subTypes = "", *subLengths = "", *subValues = ""; // compared when given
     };
     const std::vector<Case> cases = {
-        {"no TLVs", {}, {}},
+        {"no TLVs", {}, ""},
         {"GRE with 1- and 2-byte sub-TLV lengths",
          {unparsed(2, "7f 03 aa bb cc  c8 00 03 dd ee ff")},
-         {"2"},
-         {"127", "200"},
-         {"3", "3"},
-         {"aabbcc", "ddeeff"}},
-        {"an empty TLV", {unparsed(9, "")}, {"9"}},
-        {"VXLAN over IPv4 with a VN-ID", {vxlan("192.0.2.1", 100)}, {"8"}},
+         "2",
+         "127 200",
+         "3 3",
+         "aabbcc ddeeff"},
+        {"an empty TLV", {unparsed(9, "")}, "9"},
+        {"VXLAN over IPv4 with a VN-ID", {vxlan("192.0.2.1", 100)}, "8"},
         {"VXLAN over IPv6",
          {vxlan("2001:db8::1", 0)},
-         {"8"},
-         {"6"},
-         {"22"},
-         {"00000000000220010db8000000000000000000000001"}},
+         "8",
+         "6",
+         "22",
+         "00000000000220010db8000000000000000000000001"},
         // Attribute values of 255 and 256 bytes (4 bytes of TLV header each).
-        {"255 bytes", {greOf(251)}, {"2"}},
-        {"256 bytes", {greOf(252)}, {"2"}, {"200"}, {"249"}},
-        {"several, in order", {vxlan("10.0.0.1", 7), unparsed(9, ""), greOf(600)}, {"8", "9", "2"}},
+        {"255 bytes", {greOf(251)}, "2"},
+        {"256 bytes", {greOf(252)}, "2", "200", "249"},
+        {"several, in order", {vxlan("10.0.0.1", 7), unparsed(9, ""), greOf(600)}, "8 9 2"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -762,17 +744,17 @@ TEST(TsharkEncoders, TunnelEncapsulation) {
         for (const auto& t : c.tlvs)
             content.tunnelTlvIs(t);
         auto d = decodeOne(wire(TunnelEncap::intern(content)->serialize()));
-        EXPECT_EQ(d.values("bgp.update.encaps_tunnel_tlv_type"), c.types);
+        EXPECT_EQ(d.values("bgp.update.encaps_tunnel_tlv_type"), words(c.types));
         Strings lens;
         for (const auto& t : c.tlvs)
             lens.push_back(std::to_string(t->serialize().size() - 4));
         EXPECT_EQ(d.values("bgp.update.encaps_tunnel_tlv_len"), lens);
-        if (!c.subTypes.empty()) {
-            EXPECT_EQ(d.values("bgp.update.encaps_tunnel_subtlv_type"), c.subTypes);
-            EXPECT_EQ(d.values("bgp.update.encaps_tunnel_tlv_sublen"), c.subLengths);
+        if (*c.subTypes) {
+            EXPECT_EQ(d.values("bgp.update.encaps_tunnel_subtlv_type"), words(c.subTypes));
+            EXPECT_EQ(d.values("bgp.update.encaps_tunnel_tlv_sublen"), words(c.subLengths));
         }
-        if (!c.subValues.empty()) {
-            EXPECT_EQ(d.spanned("bgp.update.encaps_tunnel_tlv_subtlv.value"), c.subValues);
+        if (*c.subValues) {
+            EXPECT_EQ(d.spanned("bgp.update.encaps_tunnel_tlv_subtlv.value"), words(c.subValues));
         }
     }
     TunnelEncapContent one;
