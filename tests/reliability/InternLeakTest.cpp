@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace {
 
 TEST(InternLeaks, EveryTypeReleasedLeavesTablesAndStoreAsTheyWere) {
@@ -19,37 +21,19 @@ TEST(InternLeaks, EveryTypeReleasedLeavesTablesAndStoreAsTheyWere) {
         all.exercise();
         const OrvTest::InternSnapshot during = OrvTest::InternSnapshot::take();
         // The test must have reached every type: each table and store class it names grew.
-        for (const char* table : {"PathAttributesDedupTable",
-                                  "RibOutPathAttributesDedupTable",
-                                  "AttributeSetDedupTable",
-                                  "AspathAttrCanonicalDedupTable",
-                                  "ClusterListDedupTable",
-                                  "BgpClusterIdSetDedupTable",
-                                  "GunkPathAttrDedupTable",
-                                  "GunkPathAttrListDedupTable",
-                                  "DomainPathDedupTable",
-                                  "AccumulatedIgpMetricDedupTable",
-                                  "AggregatorDedupTable",
-                                  "PmsiTunnelDedupTable",
-                                  "PmsiTunnelPimDedupTable",
-                                  "PmsiTunnelMldpP2mpGenericLspIdDedupTable",
-                                  "PmsiTunnelIdentifierDedupTable",
-                                  "LabelIndexTlvDedupTable",
-                                  "OriginatorSrgbTlvDedupTable",
-                                  "Srv6ServiceTlvDedupTable",
-                                  "PrefixSidDedupTable",
-                                  "TunnelEncapDedupTable",
-                                  "TunnelEncapTlvUnparsedDedupTable",
-                                  "VxlanTunnelTlvDedupTable",
-                                  "EndpointSubTlvDedupTable",
-                                  "ColorSubTlvDedupTable",
-                                  "UnparsedSubTlvDedupTable",
-                                  "CommListDedupTable",
-                                  "ExtCommListDedupTable",
-                                  "ExtCommIp6ListDedupTable",
-                                  "LargeCommListDedupTable",
-                                  "LinkStateAttrDedupTable",
-                                  "AddressNexthopDedupTable"})
+        std::istringstream tables(
+            "PathAttributesDedupTable RibOutPathAttributesDedupTable AttributeSetDedupTable "
+            "AspathAttrCanonicalDedupTable ClusterListDedupTable BgpClusterIdSetDedupTable "
+            "GunkPathAttrDedupTable GunkPathAttrListDedupTable DomainPathDedupTable "
+            "AccumulatedIgpMetricDedupTable AggregatorDedupTable PmsiTunnelDedupTable "
+            "PmsiTunnelPimDedupTable PmsiTunnelMldpP2mpGenericLspIdDedupTable "
+            "PmsiTunnelIdentifierDedupTable LabelIndexTlvDedupTable OriginatorSrgbTlvDedupTable "
+            "Srv6ServiceTlvDedupTable PrefixSidDedupTable TunnelEncapDedupTable "
+            "TunnelEncapTlvUnparsedDedupTable VxlanTunnelTlvDedupTable EndpointSubTlvDedupTable "
+            "ColorSubTlvDedupTable UnparsedSubTlvDedupTable CommListDedupTable "
+            "ExtCommListDedupTable ExtCommIp6ListDedupTable LargeCommListDedupTable "
+            "LinkStateAttrDedupTable AddressNexthopDedupTable");
+        for (std::string table; tables >> table;)
             EXPECT_GT(during.tableSize(table), before.tableSize(table)) << table;
         EXPECT_GT(during.liveObjects, before.liveObjects);
     }
