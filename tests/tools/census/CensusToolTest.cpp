@@ -13,8 +13,10 @@
 #include <boost/json/src.hpp>
 #include <gtest/gtest.h>
 
+#include <iterator>
 #include <map>
 #include <set>
+#include <sstream>
 
 using namespace census_test;
 using namespace Census;
@@ -88,14 +90,10 @@ std::string readFileRawString(const std::string& path) {
 
 TEST(CensusTool, OptionsAndUsageErrors) {
     EXPECT_EQ(runTool({"--help"}).status, 0);
-    for (std::vector<std::string> bad : {std::vector<std::string>{"--threads", "0"},
-                                         {"--threads"},
-                                         {"--synthetic", "10,0"},
-                                         {"--synthetic", "x"},
-                                         {"--seed", "-1"},
-                                         {"--bogus"},
-                                         {"--dump"},
-                                         {"--synthetic", "10", "file.mrt"}}) {
+    for (const char* args : {"--threads 0", "--threads", "--synthetic 10,0", "--synthetic x",
+                             "--seed -1", "--bogus", "--dump", "--synthetic 10 file.mrt"}) {
+        std::istringstream in(args);
+        const std::vector<std::string> bad{std::istream_iterator<std::string>(in), {}};
         Outcome o = runTool(bad);
         EXPECT_EQ(o.status, 2) << bad[0];
         EXPECT_NE(o.err.find("usage: bgp-attr-census"), std::string::npos);
