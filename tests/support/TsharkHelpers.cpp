@@ -45,7 +45,9 @@ void put16le(std::vector<std::uint8_t>& out, unsigned v) {
 // Fills `fields`, `text` and `warnings` from the PDML elements beneath `node`; `depth` counts the
 // proto and field elements around them.
 void walkPdml(const pt::ptree& node, int depth, TsharkDecode& out) {
-    for (const auto& [tag, child] : node) {
+    for (const auto& entry : node) {
+        const std::string& tag = entry.first;
+        const pt::ptree& child = entry.second; // a variable of its own: the lambda below takes it
         if (tag == "<xmlattr>") continue;
         if (tag != "field" && tag != "proto") {
             walkPdml(child, depth, out);
