@@ -1,9 +1,12 @@
-// Wire vectors, trace capture and assertion patterns for the attribute tests.
+// Wire vectors, trace capture, assertion patterns and a store class without a reader for the
+// attribute tests.
 //   auto v = OrvTest::attrWireVectors("PmsiTunnel");
 //   EXPECT_EQ(hexOf(t->serialize()), hexOf(v.at("ir_v4")));
 #pragma once
 
+#include "Keel/DedupHandleBase.h"
 #include "Mel/Bytes.h"
+#include "MelStash/StoreManager.h"
 #include "Tracelet/Tracelet.h"
 #include "support/TsharkHelpers.h"
 
@@ -39,6 +42,15 @@ inline std::string hexOf(const Mel::Bytes& b) {
     }
     return s;
 }
+
+// A store object of a class no stash reader is registered for.
+class UnregisteredStoreObject : public Keel::DedupHandleBase {
+    MELSTASH_STORE_ALLOCATED(UnregisteredStoreObject)
+
+public:
+    uint32_t hash() const override { return 0; }
+    bool compare(const Keel::DedupHandleBase*) const override { return false; }
+};
 
 // Collects the library's trace lines at `level` while it lives, then restores the level and sink.
 class TraceCapture {

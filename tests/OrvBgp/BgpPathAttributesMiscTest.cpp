@@ -21,19 +21,15 @@ const Orvnet::IpAddr id10001 = Orvnet::IpAddr::fromString("10.0.0.1");
 // ---- Interning contract
 // --------------------------------------------------------------------------
 
-struct AigpTraits {
+struct AigpTraits : InternTableDedupOf<AccumulatedIgpMetricDedupTable> {
     using Object = AccumulatedIgpMetric;
     static uint64_t content(int i) { return uint64_t(i) << 33 | 5; }
     static Mel::PtrConst<AccumulatedIgpMetric> intern(uint64_t m) {
         return accumulatedIgpMetricFactory(m);
     }
-    static size_t tableSize() { return AccumulatedIgpMetricDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<AccumulatedIgpMetric>& p) {
-        return AccumulatedIgpMetricDedupTable::instance().dedup(p);
-    }
 };
 
-struct AggregatorTraits {
+struct AggregatorTraits : InternTableDedupOf<AggregatorDedupTable> {
     using Object = Aggregator;
     // Same address with different AS numbers, and the reverse: both fields must count.
     static AggregatorContent content(int i) {
@@ -42,10 +38,6 @@ struct AggregatorTraits {
     }
     static Mel::PtrConst<Aggregator> intern(const AggregatorContent& c) {
         return aggregatorFactory(c.autonomousSystem(), c.aggregatorId());
-    }
-    static size_t tableSize() { return AggregatorDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<Aggregator>& p) {
-        return AggregatorDedupTable::instance().dedup(p);
     }
 };
 
@@ -156,15 +148,6 @@ TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 
-// A store object of a class no reader is registered for.
-class Unregistered : public Keel::DedupHandleBase {
-    MELSTASH_STORE_ALLOCATED(Unregistered)
-
-public:
-    uint32_t hash() const override { return 0; }
-    bool compare(const Keel::DedupHandleBase*) const override { return false; }
-};
-
 TEST(MiscDestash, ReadsBackTheInternedObject) {
     auto* store = &MelStash::StoreManager::instance();
     auto m = accumulatedIgpMetricFactory(77);
@@ -184,7 +167,7 @@ TEST(MiscDestash, ReadsBackTheInternedObject) {
 }
 
 TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<Unregistered> u(new Unregistered);
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
     EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }

@@ -246,75 +246,6 @@ TEST(PathAttributesContents, TextFormAndReadingItBack) {
                  Mel::ParseException);
 }
 
-TEST(PathAttributes, TierSelectionCases) {
-    Pool& p = pool();
-    auto tierOf = [](auto&& set) {
-        C c;
-        set(c);
-        return intern(c)->getType();
-    };
-    using T = PathAttributeType;
-    EXPECT_EQ(tierOf([&](C& c) { c.commListIs(p.commLists[0]); }), T::withCommList);
-    EXPECT_EQ(
-        tierOf([&](C& c) { c.commListIs(p.commLists[0]), c.extCommListIs(p.extCommLists[0]); }),
-        T::withExtCommList);
-    EXPECT_EQ(tierOf([&](C& c) {
-                  c.commListIs(p.commLists[0]), c.extCommListIs(p.extCommLists[0]),
-                      c.aggregatorIs(p.aggregators[0]);
-              }),
-              T::internet);
-    EXPECT_EQ(tierOf([&](C& c) { c.largeCommListIs(p.largeCommLists[0]); }), T::internet);
-    EXPECT_EQ(tierOf([&](C& c) { c.largeCommListIs(p.largeCommLists[0]), c.weightIs(1); }),
-              T::full);
-    EXPECT_EQ(tierOf([&](C& c) { c.weightIs(0); }), T::base);
-
-    C ext;
-    ext.extCommListIs(p.extCommLists[1]);
-    ext.largeCommListIs(p.largeCommLists[1]);
-    auto internet = intern(ext);
-    EXPECT_EQ(internet->getType(), T::internet);
-    EXPECT_EQ(internet->commListGet(), nullptr);
-
-    C wext;
-    wext.commListIs(p.commLists[1]);
-    wext.extCommListIs(p.extCommLists[1]);
-    auto w = intern(wext);
-    EXPECT_EQ(w->aggregatorGet(), nullptr);
-    EXPECT_EQ(w->weightGet(), 0);
-}
-
-// Random contents: the tier is the smallest that holds them, and every getter answers the
-// contents' value or the default.
-TEST(PathAttributes, ModelBasedTierAndGetters) {
-    std::mt19937 rng(7);
-    for (int run = 0; run < 300; ++run) {
-        C c;
-        for (int i = 0; i < 8; ++i)
-            randomSet(c, rng);
-        auto a = intern(c);
-        ASSERT_EQ(a->getType(), smallestHolding(c)) << valueToStrep(c);
-        EXPECT_EQ(a->medGet(), c.med());
-        EXPECT_EQ(a->originGet(), c.origin());
-        EXPECT_EQ(a->nextHopGet(), c.nextHop());
-        EXPECT_EQ(a->aspathAttrGet(), c.aspathAttr());
-        EXPECT_EQ(a->weightGet(), c.weight());
-        EXPECT_EQ(a->bpAsPathWeightGet(), c.bpAsPathWeight());
-        EXPECT_EQ(a->redistMetricGet(), c.redistMetric());
-        EXPECT_EQ(a->igpMetricForNexthopGet(), c.igpMetricForNexthop());
-        EXPECT_EQ(a->commListGet(), c.commList());
-        EXPECT_EQ(a->extCommListGet(), c.extCommList());
-        EXPECT_EQ(a->largeCommListGet(), c.largeCommList());
-        EXPECT_EQ(a->aggregatorGet(), c.aggregator());
-        EXPECT_EQ(a->aigpMetricGet(), c.aigpMetric());
-        EXPECT_EQ(a->llNextHopGet(), c.llNextHop());
-        C back;
-        a->getFullContent(back);
-        EXPECT_EQ(back, c);
-        EXPECT_EQ(intern(back), a);
-        EXPECT_EQ(a->hash(), PathAttributes::contentsHash(a->getType(), c));
-    }
-}
-
 // ---- reading a set back ----
 
 Mel::PtrConst<RibOutPathAttributes> internOut(const C& c) {
@@ -361,6 +292,48 @@ std::string inboundDifference(const PathAttributes& a, const C& c) {
     ORV_SAME(llNextHopGet, llNextHop)
 #undef ORV_SAME
     return sharedDifference(a, c);
+}
+
+// Contents at each tier's edge, then random ones: the tier is the smallest that holds them (the
+// edges say which), every getter answers the contents' value or the default, and the set reads
+// back whole and interns back to itself.
+TEST(PathAttributes, ModelBasedTierAndGetters) {
+    Pool& p = pool();
+    using T = PathAttributeType;
+    std::vector<std::pair<C, T>> cases(7);
+    cases[0].first.commListIs(p.commLists[0]);
+    cases[0].second = T::withCommList;
+    cases[1] = {cases[0].first, T::withExtCommList};
+    cases[1].first.extCommListIs(p.extCommLists[0]);
+    cases[2] = {cases[1].first, T::internet};
+    cases[2].first.aggregatorIs(p.aggregators[0]);
+    cases[3].first.largeCommListIs(p.largeCommLists[0]);
+    cases[3].second = T::internet;
+    cases[4] = {cases[3].first, T::full};
+    cases[4].first.weightIs(1);
+    cases[5].first.weightIs(0);
+    cases[5].second = T::base;
+    cases[6].first.extCommListIs(p.extCommLists[1]); // internet without a community list
+    cases[6].first.largeCommListIs(p.largeCommLists[1]);
+    cases[6].second = T::internet;
+    std::mt19937 rng(7);
+    for (int run = 0; run < 300; ++run) {
+        C c;
+        for (int i = 0; i < 8; ++i)
+            randomSet(c, rng);
+        cases.push_back({c, smallestHolding(c)});
+    }
+    for (const auto& [c, tier] : cases) {
+        ASSERT_EQ(smallestHolding(c), tier) << valueToStrep(c);
+        auto a = intern(c);
+        ASSERT_EQ(a->getType(), tier) << valueToStrep(c);
+        EXPECT_EQ(inboundDifference(*a, c), "") << valueToStrep(c);
+        C back;
+        a->getFullContent(back);
+        EXPECT_EQ(back, c);
+        EXPECT_EQ(intern(back), a);
+        EXPECT_EQ(a->hash(), PathAttributes::contentsHash(a->getType(), c));
+    }
 }
 
 // A set of tier t built as read back from the store: a different class with the same members.
@@ -754,7 +727,7 @@ TEST(PathAttributesSerializeStore, WrapsABareOriginatorId) {
     EXPECT_EQ(store.bytes().toHex(), "8009040a0000018009040a000002");
 }
 
-struct PathAttributesTraits {
+struct PathAttributesTraits : InternTableOf<PathAttributesDedupTable> {
     using Object = PathAttributesCommon;
     static C content(int i) {
         C c;
@@ -762,7 +735,6 @@ struct PathAttributesTraits {
         return c;
     }
     static auto intern(const C& c) { return ::intern(c); }
-    static size_t tableSize() { return PathAttributesDedupTable::instance().size(); }
     // A set is interned again from what it reads back.
     static Mel::PtrConst<PathAttributes> dedup(const Mel::PtrConst<PathAttributes>& p) {
         C c;

@@ -192,18 +192,17 @@ TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared)
 
 // ---- the interning contract
 
-struct GunkPathAttrTraits {
+struct GunkPathAttrTraits : InternTableOf<GunkPathAttrDedupTable> {
     using Object = GunkPathAttr;
     static int content(int i) { return i; }
     static Mel::PtrConst<GunkPathAttr> intern(int i) {
         std::vector<uint8_t> data(size_t(i % 9), uint8_t(i));
         return gunk(uint8_t(150 + i % 50), i % 2 ? 0xc0 : 0x80, data);
     }
-    static size_t tableSize() { return GunkPathAttrDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<GunkPathAttr>& p) { return p->dedup(); }
 };
 
-struct GunkPathAttrListTraits {
+struct GunkPathAttrListTraits : InternTableOf<GunkPathAttrListDedupTable> {
     using Object = GunkPathAttrList;
     static int content(int i) { return i; }
     static Mel::PtrConst<GunkPathAttrList> intern(int i) {
@@ -212,7 +211,6 @@ struct GunkPathAttrListTraits {
             l->gunkIs(gunk(uint8_t(100 + k), 0xc0, {uint8_t(i)}));
         return l->dedup();
     }
-    static size_t tableSize() { return GunkPathAttrListDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<GunkPathAttrList>& p) { return p->dedup(); }
 };
 

@@ -31,20 +31,16 @@ Mel::PtrConst<PmsiTunnelIdentifier> identifier(const std::string& hex) {
 // ---- Interning contract
 // --------------------------------------------------------------------------
 
-struct IdentifierTraits {
+struct IdentifierTraits : InternTableDedupOf<PmsiTunnelIdentifierDedupTable> {
     using Object = PmsiTunnelIdentifier;
     // Lengths 0..63, so that a prefix of another identifier is a different one.
     static std::vector<uint8_t> content(int i) { return std::vector<uint8_t>(size_t(i), 0xab); }
     static Mel::PtrConst<PmsiTunnelIdentifier> intern(const std::vector<uint8_t>& b) {
         return pmsiTunnelIdentifierFactory(b);
     }
-    static size_t tableSize() { return PmsiTunnelIdentifierDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<PmsiTunnelIdentifier>& p) {
-        return PmsiTunnelIdentifierDedupTable::instance().dedup(p);
-    }
 };
 
-struct GeneralTraits {
+struct GeneralTraits : InternTableDedupOf<PmsiTunnelDedupTable> {
     using Object = PmsiTunnelGeneral;
     struct Content {
         Flags flags;
@@ -60,13 +56,9 @@ struct GeneralTraits {
         return pmsiTunnelGeneralFactory(c.flags, c.type, c.label,
                                         c.id.empty() ? nullptr : pmsiTunnelIdentifierFactory(c.id));
     }
-    static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
-        return PmsiTunnelDedupTable::instance().dedup(p);
-    }
 };
 
-struct PimTraits {
+struct PimTraits : InternTableDedupOf<PmsiTunnelPimDedupTable> {
     using Object = PmsiTunnelPim;
     static PmsiTunnelPimContent content(int i) {
         const bool v6 = i % 2;
@@ -79,13 +71,9 @@ struct PimTraits {
     static Mel::PtrConst<PmsiTunnelPim> intern(const PmsiTunnelPimContent& c) {
         return pmsiTunnelPimFactory(c);
     }
-    static size_t tableSize() { return PmsiTunnelPimDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<PmsiTunnelPim>& p) {
-        return PmsiTunnelPimDedupTable::instance().dedup(p);
-    }
 };
 
-struct IngressReplicationTraits {
+struct IngressReplicationTraits : InternTableDedupOf<PmsiTunnelDedupTable> {
     using Object = PmsiTunnelIngressReplication;
     static std::pair<uint32_t, Orvnet::IpGenAddr> content(int i) {
         return {uint32_t(i % 4), Orvnet::IpAddr::fromHostOrder(0x0a000000 + i / 4)};
@@ -94,24 +82,14 @@ struct IngressReplicationTraits {
     intern(const std::pair<uint32_t, Orvnet::IpGenAddr>& c) {
         return pmsiTunnelIngressReplicationFactory(Flags(), c.first, c.second);
     }
-    static size_t tableSize() { return PmsiTunnelDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<PmsiTunnel>& p) {
-        return PmsiTunnelDedupTable::instance().dedup(p);
-    }
 };
 
-struct MldpTraits {
+struct MldpTraits : InternTableDedupOf<PmsiTunnelMldpP2mpGenericLspIdDedupTable> {
     using Object = PmsiTunnelMldpP2mpGenericLspId;
     static std::pair<uint32_t, uint32_t> content(int i) { return {uint32_t(i % 8), uint32_t(i)}; }
     static Mel::PtrConst<PmsiTunnelMldpP2mpGenericLspId>
     intern(const std::pair<uint32_t, uint32_t>& c) {
         return pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), c.first, addr("192.0.2.1"), c.second);
-    }
-    static size_t tableSize() {
-        return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().size();
-    }
-    static auto dedup(const Mel::PtrConst<PmsiTunnelMldpP2mpGenericLspId>& p) {
-        return PmsiTunnelMldpP2mpGenericLspIdDedupTable::instance().dedup(p);
     }
 };
 
@@ -410,14 +388,6 @@ TEST(PmsiTunnelContent, TunnelTypeOutOfRangeIsARangeError) {
 // ---- Reading back from the store
 // -----------------------------------------------------------------
 
-class Unregistered : public Keel::DedupHandleBase {
-    MELSTASH_STORE_ALLOCATED(Unregistered)
-
-public:
-    uint32_t hash() const override { return 0; }
-    bool compare(const Keel::DedupHandleBase*) const override { return false; }
-};
-
 TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
     auto* store = &MelStash::StoreManager::instance();
     std::vector<Mel::PtrConst<PmsiTunnel>> tunnels = {
@@ -476,7 +446,7 @@ TEST(PmsiTunnelDeathTest, OpaqueValueOfTheBaseMldpClassIsNotImplemented) {
 }
 
 TEST(PmsiTunnelDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<Unregistered> u(new Unregistered);
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
     EXPECT_DEATH(PmsiTunnel::destash(u.get(), &MelStash::StoreManager::instance()),
                  assertionPattern("OrvBgp/PmsiTunnel", "nullptr != reader"));
 }

@@ -28,17 +28,16 @@ Mel::PtrConst<Srv6ServiceTlv> srv6L3() {
 // ---- Interning contract
 // --------------------------------------------------------------------------
 
-struct LabelIndexTraits {
+struct LabelIndexTraits : InternTableOf<LabelIndexTlvDedupTable> {
     using Object = LabelIndexTlv;
     static uint32_t content(int i) { return uint32_t(i) * 1000003u; }
     static Mel::PtrConst<LabelIndexTlv> intern(uint32_t i) { return labelIndexTlvFactory(i); }
-    static size_t tableSize() { return LabelIndexTlvDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<LabelIndexTlv>& p) {
         return p->dedup(LabelIndexTlvDedupTable::instance());
     }
 };
 
-struct SrgbTraits {
+struct SrgbTraits : InternTableOf<OriginatorSrgbTlvDedupTable> {
     using Object = OriginatorSrgbTlv;
     // Lists of 1-4 ranges; a list and its own prefix are different TLVs.
     static std::vector<SrgbRange> content(int i) {
@@ -50,13 +49,12 @@ struct SrgbTraits {
     static Mel::PtrConst<OriginatorSrgbTlv> intern(const std::vector<SrgbRange>& r) {
         return originatorSrgbTlvFactory(r);
     }
-    static size_t tableSize() { return OriginatorSrgbTlvDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<OriginatorSrgbTlv>& p) {
         return p->dedup(OriginatorSrgbTlvDedupTable::instance());
     }
 };
 
-struct PrefixSidTraits {
+struct PrefixSidTraits : InternTableOf<PrefixSidDedupTable> {
     using Object = PrefixSid;
     // Members interned fresh for each lookup: the attribute must find its object by their identity.
     static int content(int i) { return i; }
@@ -65,7 +63,6 @@ struct PrefixSidTraits {
                                 i % 2 ? originatorSrgbTlvFactory(srgb16k) : nullptr,
                                 i % 3 ? nullptr : srv6L3());
     }
-    static size_t tableSize() { return PrefixSidDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<PrefixSid>& p) {
         return p->dedup(PrefixSidDedupTable::instance());
     }

@@ -22,7 +22,7 @@ Orvnet::Ip6Addr sid(const char* text) {
 
 const Srv6SidStructureTlvContent structure(32, 16, 16, 0, 16, 64);
 
-struct Srv6Traits {
+struct Srv6Traits : InternTableOf<Srv6ServiceTlvDedupTable> {
     using Object = Srv6ServiceTlv;
     // Each field varies on its own, the structure included.
     static Srv6ServiceTlvContent content(int i) {
@@ -33,7 +33,6 @@ struct Srv6Traits {
     static Mel::PtrConst<Srv6ServiceTlv> intern(const Srv6ServiceTlvContent& c) {
         return srv6ServiceTlvFactory(c);
     }
-    static size_t tableSize() { return Srv6ServiceTlvDedupTable::instance().size(); }
     static auto dedup(const Mel::PtrConst<Srv6ServiceTlv>& p) {
         return p->dedup(Srv6ServiceTlvDedupTable::instance());
     }

@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 namespace {
 
 TEST(InternLeaks, EveryTypeReleasedLeavesTablesAndStoreAsTheyWere) {
@@ -19,37 +21,19 @@ TEST(InternLeaks, EveryTypeReleasedLeavesTablesAndStoreAsTheyWere) {
         all.exercise();
         const OrvTest::InternSnapshot during = OrvTest::InternSnapshot::take();
         // The test must have reached every type: each table and store class it names grew.
-        for (const char* table : {"PathAttributesDedupTable",
-                                  "RibOutPathAttributesDedupTable",
-                                  "AttributeSetDedupTable",
-                                  "AspathAttrCanonicalDedupTable",
-                                  "ClusterListDedupTable",
-                                  "BgpClusterIdSetDedupTable",
-                                  "GunkPathAttrDedupTable",
-                                  "GunkPathAttrListDedupTable",
-                                  "DomainPathDedupTable",
-                                  "AccumulatedIgpMetricDedupTable",
-                                  "AggregatorDedupTable",
-                                  "PmsiTunnelDedupTable",
-                                  "PmsiTunnelPimDedupTable",
-                                  "PmsiTunnelMldpP2mpGenericLspIdDedupTable",
-                                  "PmsiTunnelIdentifierDedupTable",
-                                  "LabelIndexTlvDedupTable",
-                                  "OriginatorSrgbTlvDedupTable",
-                                  "Srv6ServiceTlvDedupTable",
-                                  "PrefixSidDedupTable",
-                                  "TunnelEncapDedupTable",
-                                  "TunnelEncapTlvUnparsedDedupTable",
-                                  "VxlanTunnelTlvDedupTable",
-                                  "EndpointSubTlvDedupTable",
-                                  "ColorSubTlvDedupTable",
-                                  "UnparsedSubTlvDedupTable",
-                                  "CommListDedupTable",
-                                  "ExtCommListDedupTable",
-                                  "ExtCommIp6ListDedupTable",
-                                  "LargeCommListDedupTable",
-                                  "LinkStateAttrDedupTable",
-                                  "AddressNexthopDedupTable"})
+        std::istringstream tables(
+            "PathAttributesDedupTable RibOutPathAttributesDedupTable AttributeSetDedupTable "
+            "AspathAttrCanonicalDedupTable ClusterListDedupTable BgpClusterIdSetDedupTable "
+            "GunkPathAttrDedupTable GunkPathAttrListDedupTable DomainPathDedupTable "
+            "AccumulatedIgpMetricDedupTable AggregatorDedupTable PmsiTunnelDedupTable "
+            "PmsiTunnelPimDedupTable PmsiTunnelMldpP2mpGenericLspIdDedupTable "
+            "PmsiTunnelIdentifierDedupTable LabelIndexTlvDedupTable OriginatorSrgbTlvDedupTable "
+            "Srv6ServiceTlvDedupTable PrefixSidDedupTable TunnelEncapDedupTable "
+            "TunnelEncapTlvUnparsedDedupTable VxlanTunnelTlvDedupTable EndpointSubTlvDedupTable "
+            "ColorSubTlvDedupTable UnparsedSubTlvDedupTable CommListDedupTable "
+            "ExtCommListDedupTable ExtCommIp6ListDedupTable LargeCommListDedupTable "
+            "LinkStateAttrDedupTable AddressNexthopDedupTable");
+        for (std::string table; tables >> table;)
             EXPECT_GT(during.tableSize(table), before.tableSize(table)) << table;
         EXPECT_GT(during.liveObjects, before.liveObjects);
     }
@@ -70,19 +54,26 @@ TEST(InternLeaks, RealDataRoundTripReleasedLeavesTablesAndStoreAsTheyWere) {
             new Table(Routing::Bgp::BgpVrfIdBase(0), Orvnet::AfiSafi::ipv4Unicast()));
         Mel::Ptr<Table> nh6(
             new Table(Routing::Bgp::BgpVrfIdBase(0), Orvnet::AfiSafi::ipv6Unicast()));
-        Census::MrtIngest ingest(nh4, nh6, true);
-        for (const auto& s : slices)
-            OrvTest::feed(s, ingest);
-        EXPECT_GT(ingest.rib().size(), 1000u);
-        EXPECT_EQ(ingest.roundTrip().counts().mismatched(), 0u)
-            << ingest.roundTrip().counts().toString();
-        const OrvTest::InternSnapshot during = OrvTest::InternSnapshot::take();
-        for (const char* table :
-             {"PathAttributesDedupTable", "RibOutPathAttributesDedupTable",
-              "AspathAttrCanonicalDedupTable", "AddressNexthopDedupTable", "AggregatorDedupTable",
-              "CommListDedupTable", "ExtCommListDedupTable"})
-            EXPECT_GT(during.tableSize(table), before.tableSize(table)) << table;
-        ingest.clear();
+        {
+            Census::MrtIngest ingest(nh4, nh6, true);
+            for (const auto& s : slices)
+                OrvTest::feed(s, ingest);
+            EXPECT_GT(ingest.rib().size(), 1000u);
+            EXPECT_EQ(ingest.roundTrip().counts().mismatched(), 0u)
+                << ingest.roundTrip().counts().toString();
+            const OrvTest::InternSnapshot during = OrvTest::InternSnapshot::take();
+            for (const char* table :
+                 {"PathAttributesDedupTable", "RibOutPathAttributesDedupTable",
+                  "AspathAttrCanonicalDedupTable", "AddressNexthopDedupTable",
+                  "AggregatorDedupTable", "CommListDedupTable", "ExtCommListDedupTable"})
+                EXPECT_GT(during.tableSize(table), before.tableSize(table)) << table;
+            EXPECT_GT(nh4->internTable().size(), 0u);
+            EXPECT_GT(nh6->internTable().size(), 0u);
+            ingest.clear();
+        }
+        // The sets held the next hops: with them gone, the tables (still alive) are empty.
+        EXPECT_EQ(nh4->internTable().size(), 0u);
+        EXPECT_EQ(nh6->internTable().size(), 0u);
     }
     const OrvTest::InternSnapshot after = OrvTest::InternSnapshot::take();
     EXPECT_EQ(OrvTest::InternSnapshot::differences(before, after), "");

@@ -19,6 +19,20 @@
 // one; `tableSize()` counts the entries of the table intern() uses; `Object` is the interned class.
 // Families whose objects can be interned again by the object itself also give `dedup(p)`, which
 // calls the object's dedup with the table intern() uses.
+// Traits whose intern() uses `Table::instance()` may take their tableSize() from here, and dedup()
+// too where the table's own dedup is the one to test.
+template <class Table>
+struct InternTableOf {
+    static size_t tableSize() { return Table::instance().size(); }
+};
+template <class Table>
+struct InternTableDedupOf : InternTableOf<Table> {
+    template <class P>
+    static auto dedup(const P& p) {
+        return Table::instance().dedup(p);
+    }
+};
+
 template <class Traits>
 class InternContract : public ::testing::Test {
 protected:

@@ -1,6 +1,11 @@
 #include "support/TsharkHelpers.h"
 
-#include <cctype>
+#include "Mel/Bytes.h"
+#include "Mel/Exception.h"
+
+#include <boost/property_tree/ptree.hpp>
+#include <boost/property_tree/xml_parser.hpp>
+
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -15,6 +20,7 @@ namespace OrvTest {
 namespace {
 
 namespace fs = std::filesystem;
+namespace pt = boost::property_tree;
 
 void put16(std::vector<std::uint8_t>& out, unsigned v) {
     out.push_back(static_cast<std::uint8_t>(v >> 8));
@@ -36,141 +42,31 @@ void put16le(std::vector<std::uint8_t>& out, unsigned v) {
     out.push_back(static_cast<std::uint8_t>(v >> 8));
 }
 
-// Internet checksum over `bytes`, starting from `sum`.
-std::uint16_t inetChecksum(std::span<const std::uint8_t> bytes, std::uint32_t sum = 0) {
-    for (std::size_t i = 0; i < bytes.size(); i += 2) {
-        unsigned word = bytes[i] << 8;
-        if (i + 1 < bytes.size()) word |= bytes[i + 1];
-        sum += word;
-    }
-    while (sum >> 16)
-        sum = (sum & 0xffff) + (sum >> 16);
-    return static_cast<std::uint16_t>(~sum);
-}
-
-std::string xmlUnescape(std::string_view in) {
-    std::string out;
-    out.reserve(in.size());
-    for (std::size_t i = 0; i < in.size(); ++i) {
-        if (in[i] != '&') {
-            out += in[i];
+// Fills `fields`, `text` and `warnings` from the PDML elements beneath `node`; `depth` counts the
+// proto and field elements around them.
+void walkPdml(const pt::ptree& node, int depth, TsharkDecode& out) {
+    for (const auto& entry : node) {
+        const std::string& tag = entry.first;
+        const pt::ptree& child = entry.second; // a variable of its own: the lambda below takes it
+        if (tag == "<xmlattr>") continue;
+        if (tag != "field" && tag != "proto") {
+            walkPdml(child, depth, out);
             continue;
         }
-        auto semi = in.find(';', i);
-        if (semi == std::string_view::npos) {
-            out += in.substr(i);
-            break;
-        }
-        auto ent = in.substr(i + 1, semi - i - 1);
-        if (ent == "quot")
-            out += '"';
-        else if (ent == "amp")
-            out += '&';
-        else if (ent == "lt")
-            out += '<';
-        else if (ent == "gt")
-            out += '>';
-        else if (ent == "apos")
-            out += '\'';
-        else if (!ent.empty() && ent[0] == '#') {
-            bool hex = ent.size() > 1 && (ent[1] == 'x' || ent[1] == 'X');
-            auto code =
-                std::strtoul(std::string(ent.substr(hex ? 2 : 1)).c_str(), nullptr, hex ? 16 : 10);
-            out += code < 0x80 ? static_cast<char>(code) : '?';
-        } else {
-            out += '&';
-            out += ent;
-            out += ';';
-        }
-        i = semi;
-    }
-    return out;
-}
-
-// One start, end or empty-element tag of the PDML stream.
-struct Tag {
-    std::string name;
-    std::map<std::string, std::string> attrs;
-    bool closing = false;
-    bool selfClosing = false;
-};
-
-// Reads the tag at `pos` (which points at '<'); leaves `pos` after its '>'.
-bool readTag(const std::string& xml, std::size_t& pos, Tag& tag) {
-    tag = Tag{};
-    std::size_t end = pos + 1;
-    bool inQuote = false;
-    while (end < xml.size() && (inQuote || xml[end] != '>')) {
-        if (xml[end] == '"') inQuote = !inQuote;
-        ++end;
-    }
-    if (end >= xml.size()) return false;
-    std::string_view body(xml.data() + pos + 1, end - pos - 1);
-    pos = end + 1;
-    if (!body.empty() && body.front() == '/') {
-        tag.closing = true;
-        body.remove_prefix(1);
-    }
-    if (!body.empty() && body.back() == '/') {
-        tag.selfClosing = true;
-        body.remove_suffix(1);
-    }
-    std::size_t i = 0;
-    while (i < body.size() && !std::isspace(static_cast<unsigned char>(body[i])))
-        ++i;
-    tag.name = std::string(body.substr(0, i));
-    while (i < body.size()) {
-        while (i < body.size() && std::isspace(static_cast<unsigned char>(body[i])))
-            ++i;
-        auto eq = body.find('=', i);
-        if (eq == std::string_view::npos || eq + 1 >= body.size() || body[eq + 1] != '"') break;
-        auto close = body.find('"', eq + 2);
-        if (close == std::string_view::npos) break;
-        tag.attrs[std::string(body.substr(i, eq - i))] =
-            xmlUnescape(body.substr(eq + 2, close - eq - 2));
-        i = close + 1;
-    }
-    return true;
-}
-
-std::string attr(const Tag& tag, const char* key) {
-    auto it = tag.attrs.find(key);
-    return it == tag.attrs.end() ? std::string() : it->second;
-}
-
-// Fills `fields`, `text` and `warnings` from tshark's PDML output.
-void parsePdml(const std::string& xml, TsharkDecode& out) {
-    int depth = 0;
-    std::size_t pos = 0;
-    Tag tag;
-    while ((pos = xml.find('<', pos)) != std::string::npos) {
-        if (xml.compare(pos, 2, "<?") == 0 || xml.compare(pos, 2, "<!") == 0) {
-            pos = xml.find('>', pos);
-            if (pos == std::string::npos) break;
-            continue;
-        }
-        if (!readTag(xml, pos, tag)) break;
-        if (tag.name != "field" && tag.name != "proto") continue;
-        if (tag.closing) {
-            --depth;
-            continue;
-        }
-        std::string name = attr(tag, "name");
-        std::string showname = attr(tag, "showname");
-        std::string show = attr(tag, "show");
-        bool hidden = attr(tag, "hide") == "yes";
-        if (tag.name == "field") {
+        auto attr = [&](const char* key) {
+            return child.get<std::string>(std::string("<xmlattr>.") + key, "");
+        };
+        const std::string name = attr("name"), showname = attr("showname"), show = attr("show");
+        const bool hidden = attr("hide") == "yes";
+        if (tag == "field") {
             auto number = [&](const char* key) {
-                return static_cast<std::size_t>(std::strtoull(attr(tag, key).c_str(), nullptr, 10));
+                return static_cast<std::size_t>(std::strtoull(attr(key).c_str(), nullptr, 10));
             };
-            out.fields.push_back(
-                {name, show, attr(tag, "value"), depth, number("pos"), number("size")});
+            out.fields.push_back({name, show, attr("value"), depth, number("pos"), number("size")});
         }
-        if (!hidden) {
-            std::string line = showname.empty() ? show : showname;
-            if (!line.empty())
-                out.text += std::string(4 * static_cast<std::size_t>(depth), ' ') + line + "\n";
-        }
+        const std::string line = showname.empty() ? show : showname;
+        if (!hidden && !line.empty())
+            out.text += std::string(4 * static_cast<std::size_t>(depth), ' ') + line + "\n";
         // "Expert Info (Warning/Malformed): message"; Chat and Comment are informational.
         if (name == "_ws.expert") {
             auto open = showname.find('(');
@@ -182,8 +78,21 @@ void parsePdml(const std::string& xml, TsharkDecode& out) {
         } else if (name == "_ws.malformed" && !hidden) {
             out.warnings.push_back(showname.empty() ? "Malformed Packet" : showname);
         }
-        if (!tag.selfClosing) ++depth;
+        walkPdml(child, depth + 1, out);
     }
+}
+
+void parsePdml(const std::string& xml, TsharkDecode& out) {
+    std::istringstream in(xml);
+    pt::ptree tree;
+    try {
+        pt::read_xml(in, tree);
+    } catch (const pt::xml_parser_error& e) {
+        out.ran = false;
+        out.error = std::string("tshark's PDML does not parse: ") + e.what();
+        return;
+    }
+    walkPdml(tree, 0, out);
 }
 
 // Runs `cmd` through the shell; returns its exit status and fills `output` with its stdout.
@@ -266,12 +175,9 @@ std::vector<std::uint8_t> buildPcap(std::span<const std::uint8_t> payload) {
     put16(ip, 0x4000); // don't fragment
     ip.push_back(64);  // TTL
     ip.push_back(6);   // TCP
-    put16(ip, 0);      // checksum, below
+    put16(ip, 0);      // checksum: tshark is told not to check it
     ip.insert(ip.end(), std::begin(src), std::end(src));
     ip.insert(ip.end(), std::begin(dst), std::end(dst));
-    std::uint16_t ipSum = inetChecksum(ip);
-    ip[10] = static_cast<std::uint8_t>(ipSum >> 8);
-    ip[11] = static_cast<std::uint8_t>(ipSum);
 
     std::vector<std::uint8_t> tcp;
     put16(tcp, 179);
@@ -281,20 +187,9 @@ std::vector<std::uint8_t> buildPcap(std::span<const std::uint8_t> payload) {
     tcp.push_back(0x50);
     tcp.push_back(0x18); // PSH, ACK
     put16(tcp, 65535);
-    put16(tcp, 0); // checksum, below
+    put16(tcp, 0); // checksum, not checked either
     put16(tcp, 0);
     tcp.insert(tcp.end(), payload.begin(), payload.end());
-    std::vector<std::uint8_t> pseudo(std::begin(src), std::end(src));
-    pseudo.insert(pseudo.end(), std::begin(dst), std::end(dst));
-    pseudo.push_back(0);
-    pseudo.push_back(6);
-    put16(pseudo, tcpLen);
-    std::uint32_t partial = 0;
-    for (std::size_t i = 0; i < pseudo.size(); i += 2)
-        partial += (pseudo[i] << 8) | pseudo[i + 1];
-    std::uint16_t tcpSum = inetChecksum(tcp, partial);
-    tcp[16] = static_cast<std::uint8_t>(tcpSum >> 8);
-    tcp[17] = static_cast<std::uint8_t>(tcpSum);
 
     std::vector<std::uint8_t> frame = {0x02, 0, 0, 0, 0, 0x02, 0x02, 0, 0, 0, 0, 0x01, 0x08, 0x00};
     frame.insert(frame.end(), ip.begin(), ip.end());
@@ -347,7 +242,7 @@ TsharkDecode decodeBgp(std::span<const std::uint8_t> bgpMessages,
         }
     }
     std::string cmd = "tshark -n -r " + shellQuote(file.string()) +
-                      " -T pdml -o tcp.check_checksum:FALSE"
+                      " -T pdml -o ip.check_checksum:FALSE -o tcp.check_checksum:FALSE"
                       " -o tcp.analyze_sequence_numbers:FALSE -d tcp.port==179,bgp";
     for (const auto& pref : extraPrefs)
         cmd += " -o " + shellQuote(pref);
@@ -372,30 +267,13 @@ TsharkDecode wrapInUpdate(std::span<const std::uint8_t> attributes,
 }
 
 std::vector<std::uint8_t> bytesFromHex(const std::string& hex) {
-    std::vector<std::uint8_t> out;
-    int pending = -1;
-    for (char c : hex) {
-        int v;
-        if (c >= '0' && c <= '9')
-            v = c - '0';
-        else if (c >= 'a' && c <= 'f')
-            v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F')
-            v = c - 'A' + 10;
-        else if (c == ' ' || c == '-' || c == ':' || c == '\t' || c == '\n' || c == '\r')
-            continue;
-        else
-            throw std::invalid_argument("bytesFromHex: not a hex digit in \"" + hex + "\"");
-        if (pending < 0) {
-            pending = v;
-        } else {
-            out.push_back(static_cast<std::uint8_t>(pending << 4 | v));
-            pending = -1;
-        }
+    try {
+        const Mel::Bytes b = Mel::Bytes::fromHex(hex);
+        return {b.begin(), b.end()};
+    } catch (const Mel::ParseException& e) {
+        throw std::invalid_argument("bytesFromHex: " + std::string(e.what()) + " in \"" + hex +
+                                    "\"");
     }
-    if (pending >= 0)
-        throw std::invalid_argument("bytesFromHex: odd number of hex digits in \"" + hex + "\"");
-    return out;
 }
 
 std::map<std::string, std::vector<std::uint8_t>> readWireVectors(const std::string& path) {

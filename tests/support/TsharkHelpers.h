@@ -65,7 +65,7 @@ TsharkDecode decodeBgp(std::span<const std::uint8_t> bgpMessages,
 TsharkDecode wrapInUpdate(std::span<const std::uint8_t> attributes,
                           const std::vector<std::string>& extraPrefs = {});
 
-// "0a 0B-0c" style hex (blanks, '-' and ':' ignored) to bytes; for vectors kept in data files.
+// "0a 0B:0c" style hex (blanks and ':' ignored, as Mel::Bytes::fromHex reads it) to bytes.
 std::vector<std::uint8_t> bytesFromHex(const std::string& hex);
 
 // A wire-vector file: one vector a line, "name hex hex ...", '#' starts a comment line; a name

@@ -71,7 +71,7 @@ TEST(TsharkHelpers, WireVectorFilesReadByName) {
 }
 
 TEST(TsharkHelpers, HexReaderRejectsOddAndForeignInput) {
-    EXPECT_EQ(bytesFromHex("0a:0B-0c  ff"), (std::vector<std::uint8_t>{0x0a, 0x0b, 0x0c, 0xff}));
+    EXPECT_EQ(bytesFromHex("0a:0B 0c  ff"), (std::vector<std::uint8_t>{0x0a, 0x0b, 0x0c, 0xff}));
     EXPECT_THROW(bytesFromHex("abc"), std::invalid_argument);
     EXPECT_THROW(bytesFromHex("zz"), std::invalid_argument);
 }

@@ -350,6 +350,8 @@ TEST(ReflectParse, OmittedFieldsBlanksAndQuotes) {
     EXPECT_EQ(f.value(), 1u);
 }
 
+// The parser's own messages (strings, separators, booleans) are tested with it; here, what the
+// reflection adds: type names, field names, element counts and each field's limits.
 TEST(ReflectParse, ErrorsNameOffsetAndExpectation) {
     const std::string k = "Value('Test::Kinds', ** {"; // fields start at offset 25
     struct Case {
@@ -365,8 +367,6 @@ TEST(ReflectParse, ErrorsNameOffsetAndExpectation) {
         {k + "'list' []})", "at offset 32: expected ':', found \"[]})\""},
         {k + "'list': [65536]})",
          "at offset 34: expected an integer from 0 to 65535, found \"65536]})\""},
-        {k + "'list': [-1]})",
-         "at offset 34: expected an integer from 0 to 65535, found \"-1]})\""},
         {k + "'pair': [1]})", "at offset 33: expected a list of exactly 2 elements"},
         {k + "'pair': [1, 2, 3]})", "at offset 33: expected a list of exactly 2 elements"},
         {k + "'bytes': 'c0g'})",
@@ -375,9 +375,6 @@ TEST(ReflectParse, ErrorsNameOffsetAndExpectation) {
         {k + "'color': 256})", "at offset 34: expected an integer from 0 to 255, found \"256})\""},
         {k + "'maybe': Nothing})",
          "at offset 34: expected an integer from 0 to 4294967295, found \"Nothing})\""},
-        {k + "'text': 'a}", "at offset 33: unterminated string"},
-        {k + "'text': 1})", "at offset 33: expected a quoted string, found \"1})\""},
-        {k + "'text': 'a'", "at offset 36: expected ',' or '}', found end of text"},
         {k + "})x", "at offset 27: expected end of text, found \"x\""},
         {k + "'addr': '10.0.0.256'})", "at offset 33: not a valid value: "},
     };
@@ -386,9 +383,6 @@ TEST(ReflectParse, ErrorsNameOffsetAndExpectation) {
         EXPECT_EQ(got.substr(0, c.message.size()), c.message) << c.text;
         EXPECT_FALSE(got.empty()) << c.text;
     }
-    EXPECT_EQ(thrown<Mel::ParseException>(
-                  [] { Mel::valueFromStrep<Ints>("Value('Test::Ints', ** {'b': 1})"); }),
-              "at offset 29: expected True or False, found \"1})\"");
 }
 
 TEST(ReflectFields, GetAndSetByName) {

@@ -1,33 +1,16 @@
 #include "Routing/CommList.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 #include "OrvBgp/LinkStateAttr.h"
 #include "Routing/RouteScalars.h"
 #include "support/InternContract.h"
 
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <map>
-#include <sstream>
+#include <cstring>
 
 namespace {
 
 using namespace Routing;
-
-std::map<std::string, Mel::Bytes> wireVectors() {
-    std::map<std::string, Mel::Bytes> out;
-    std::ifstream in(std::string(ORV_TEST_DATA_DIR) + "/Communities/wire.txt");
-    std::string line;
-    while (std::getline(in, line)) {
-        if (line.empty() || line[0] == '#') continue;
-        std::istringstream ls(line);
-        std::string name, rest, hex;
-        ls >> name;
-        while (ls >> rest)
-            hex += rest;
-        out[name] = Mel::Bytes::fromHex(hex);
-    }
-    return out;
-}
 
 ExtCommIp6 ip6RouteTarget() {
     ExtCommIp6 v{};
@@ -39,7 +22,7 @@ ExtCommIp6 ip6RouteTarget() {
 }
 
 TEST(CommunityLists, WireFormsByteForByte) {
-    auto v = wireVectors();
+    auto v = OrvTest::attrWireVectors("Communities");
     ASSERT_EQ(v.size(), 6u);
     EXPECT_EQ(CommList::intern({0xfde80064, 0xffff0006})->serialize(), v["comm_two"]);
     EXPECT_EQ(CommList::intern(std::span<const uint32_t>())->serialize(), v["comm_empty"]);
@@ -100,36 +83,24 @@ TEST(RouteScalars, UnspecifiedIsTheTopBitPattern) {
 }
 
 // The shared interning contract, for each list.
-struct CommListTraits {
+struct CommListTraits : InternTableDedupOf<CommListDedupTable> {
     using Object = CommList;
     static std::vector<uint32_t> content(int i) {
         return std::vector<uint32_t>(size_t(i % 5) + 1, uint32_t(i));
     }
     static auto intern(const std::vector<uint32_t>& c) { return CommList::intern(c); }
-    static size_t tableSize() { return CommListDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<CommList>& p) {
-        return CommListDedupTable::instance().dedup(p);
-    }
 };
-struct LargeCommListTraits {
+struct LargeCommListTraits : InternTableDedupOf<LargeCommListDedupTable> {
     using Object = LargeCommList;
     static std::vector<LargeComm> content(int i) { return {LargeComm{uint32_t(i), 1, 2}}; }
     static auto intern(const std::vector<LargeComm>& c) { return LargeCommList::intern(c); }
-    static size_t tableSize() { return LargeCommListDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<LargeCommList>& p) {
-        return LargeCommListDedupTable::instance().dedup(p);
-    }
 };
-struct LinkStateTraits {
+struct LinkStateTraits : InternTableDedupOf<Bgp::LinkStateAttrDedupTable> {
     using Object = Bgp::LinkStateAttrBase;
     static std::vector<uint8_t> content(int i) {
         return std::vector<uint8_t>(size_t(i), uint8_t(i));
     }
     static auto intern(const std::vector<uint8_t>& c) { return Bgp::LinkStateAttrBase::intern(c); }
-    static size_t tableSize() { return Bgp::LinkStateAttrDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<Bgp::LinkStateAttrBase>& p) {
-        return Bgp::LinkStateAttrDedupTable::instance().dedup(p);
-    }
 };
 using CommunityListTypes = ::testing::Types<CommListTraits, LargeCommListTraits, LinkStateTraits>;
 INSTANTIATE_TYPED_TEST_SUITE_P(CommunityLists, InternContract, CommunityListTypes);

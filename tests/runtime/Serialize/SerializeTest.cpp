@@ -174,11 +174,6 @@ TEST(SerializePathAttribute, TooLongValueThrows) {
     EXPECT_EQ(autoLen.valueSize(), 65536u);
 }
 
-TEST(SerializePathAttribute, AigpExample) {
-    EXPECT_EQ(pathAttributeBytes(26, 0x80, Mel::Bytes::fromHex("01000b0000000000000005")).toHex(),
-              "801a0b01000b0000000000000005");
-}
-
 TEST(SerializeDeathTest, Preconditions) {
     EXPECT_DEATH(
         {

@@ -301,6 +301,22 @@ std::string shared(const char* file) {
     return std::string(ORV_SHARED_DIR) + "/data/mrt/" + file;
 }
 
+// announceMain on `args` (the program's name added): its exit status and what it wrote to stderr.
+std::pair<int, std::string> runAnnounce(const std::vector<std::string>& args) {
+    std::vector<const char*> argv = {"bgp-attr-census"};
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
+    std::FILE* out = std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = announceMain(int(argv.size()), argv.data(), out, err);
+    std::string text(size_t(std::ftell(err)), '\0');
+    std::rewind(err);
+    (void)!std::fread(text.data(), 1, text.size(), err);
+    std::fclose(out);
+    std::fclose(err);
+    return {status, text};
+}
+
 void PrintTo(const SessionCase& k, std::ostream* os) {
     *os << k.name;
 }
@@ -447,30 +463,14 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
         ::close(fd);
     });
 
-    std::vector<std::string> args = {
-        "bgp-attr-census", "--announce", "127.0.0.1:" + std::to_string(port),
-        "--local-as",      "64901",      "--peer-as",
-        "64990",           file};
-    std::vector<const char*> argv;
-    for (const std::string& s : args)
-        argv.push_back(s.c_str());
-    std::FILE* out = std::tmpfile();
-    std::FILE* err = std::tmpfile();
-    const int status = announceMain(int(argv.size()), argv.data(), out, err);
+    const auto [status, errText] = runAnnounce({"--announce", "127.0.0.1:" + std::to_string(port),
+                                                "--local-as", "64901", "--peer-as", "64990", file});
     speaker.join();
     ::close(ls);
-    std::string errText(size_t(std::ftell(err)), '\0');
-    std::rewind(err);
-    (void)!std::fread(errText.data(), 1, errText.size(), err);
-    std::fclose(out);
-    std::fclose(err);
 
     EXPECT_EQ(status, 1);
     ASSERT_FALSE(firstUpdate.empty());
-    static const char digits[] = "0123456789abcdef";
-    std::string hex;
-    for (uint8_t b : firstUpdate)
-        hex += {digits[b >> 4], digits[b & 15]};
+    const std::string hex = Mel::Bytes(firstUpdate).toHex();
     EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
               std::string::npos)
         << errText;
@@ -503,17 +503,7 @@ TEST(Announce, CommandLineFaults) {
     };
     for (const Row& row : rows) {
         if (row.status == 1 && !fs::exists(file)) continue;
-        std::vector<const char*> argv = {"bgp-attr-census"};
-        for (const std::string& a : row.args)
-            argv.push_back(a.c_str());
-        std::FILE* out = std::tmpfile();
-        std::FILE* err = std::tmpfile();
-        const int status = announceMain(int(argv.size()), argv.data(), out, err);
-        std::string text(size_t(std::ftell(err)), '\0');
-        std::rewind(err);
-        (void)!std::fread(text.data(), 1, text.size(), err);
-        std::fclose(out);
-        std::fclose(err);
+        const auto [status, text] = runAnnounce(row.args);
         EXPECT_EQ(status, row.status) << row.message;
         EXPECT_NE(text.find(row.message), std::string::npos) << text;
     }

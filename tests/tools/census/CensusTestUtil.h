@@ -5,6 +5,7 @@
 #pragma once
 
 #include "census/Input.h"
+#include "census/Prefix.h"
 
 #include <bzlib.h>
 #include <zlib.h>
@@ -73,6 +74,21 @@ inline Bytes readDecompressed(const std::string& path) {
     while (size_t n = in->read(buf, sizeof buf))
         out.insert(out.end(), buf, buf + n);
     return out;
+}
+
+// The first whole records of an MRT dump, decompressed: up to `limit` bytes, but at least one;
+// `ends` gets the offset just past each.
+inline Bytes firstRecords(const std::string& path, size_t limit,
+                          std::vector<size_t>* ends = nullptr) {
+    Bytes all = readDecompressed(path);
+    size_t at = 0;
+    for (size_t n = 0; at + 12 <= all.size(); ++n) {
+        size_t len = 12 + size_t(Census::readBe32(all.data() + at + 8));
+        if (at + len > all.size() || (at + len > limit && n > 0)) break;
+        at += len;
+        if (ends) ends->push_back(at);
+    }
+    return Bytes(all.begin(), all.begin() + long(at));
 }
 
 inline Bytes gzipBytes(const Bytes& data) {

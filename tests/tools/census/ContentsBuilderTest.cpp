@@ -17,6 +17,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <random>
 #include <thread>
 #include <typeinfo>
@@ -36,37 +37,19 @@ Orvnet::IpGenAddr addr(const char* s) {
     return Orvnet::IpGenAddr::fromString(s);
 }
 
-// Whether the contents hold an object (or flag) for the attribute type.
-bool holds(const PathAttributesContents& c, uint8_t type) {
-    switch (type) {
-    case 7:
-        return bool(c.aggregator());
-    case 6:
-        return c.atomicAggregate();
-    case 9:
-    case 10:
-        return bool(c.clusterList());
-    case 17:
-    case 18:
-        return false;
-    case 22:
-        return bool(c.pmsiTunnel());
-    case 23:
-        return bool(c.tunnelEncap());
-    case 26:
-        return bool(c.aigpMetric());
-    case 29:
-        return bool(c.linkState());
-    case 36:
-        return bool(c.domainPath());
-    case 40:
-        return bool(c.prefixSid());
-    case 128:
-        return bool(c.customerAttributeSet());
-    default:
-        ADD_FAILURE() << "no member check for type " << int(type);
-        return false;
-    }
+// The contents built from section `name` without attribute `a` (one of its own), with the next-hop
+// tables of `like`: what the contents must be when `a` is discarded, or kept aside.
+PathAttributesContents builtWithout(const std::string& name, const Census::PathAttribute& a,
+                                    const ContentsBuilder& like) {
+    std::vector<uint8_t> bytes = census_test::sections().at(name);
+    auto at = std::search(bytes.begin(), bytes.end(), a.wire.begin(), a.wire.end());
+    EXPECT_NE(at, bytes.end());
+    bytes.erase(at, at + long(a.wire.size()));
+    Received r(std::move(bytes), 4, PathSource::NlriField, Census::kAfiIpv4);
+    ContentsBuilder b(like.ipv4NexthopTable(), like.ipv6NexthopTable());
+    PathAttributesContents c;
+    EXPECT_TRUE(b.build(r.path(), c));
+    return c;
 }
 
 const GunkPathAttr* gunk(const PathAttributesContents& c, uint8_t type) {
@@ -85,44 +68,20 @@ void expectRoundTrip(ContentsBuilder& b, const Census::DecodedPath& p, const std
                       << " written " << s.written;
 }
 
+// Each value's mapping is checked by writing the set back (every attribute equal to the one
+// received, the writers being checked against their own vectors); here, what the wire form cannot
+// show: the objects interned, the class chosen, the members derived and the counts.
 TEST(ContentsBuilder, EveryCommonTypeBecomesItsInternedObject) {
     ContentsBuilder b;
     Received r("every_common_type");
     PathAttributesContents c;
     ASSERT_TRUE(b.build(r.path(), c));
-
-    AspathAttrCanonicalContent path;
-    path.segmentAdd(AsSegmentType::asConfedSequence_, {65000});
-    path.segmentAdd(AsSegmentType::asSequence_, {65001, 65536});
-    path.segmentAdd(AsSegmentType::asSet_, {100});
-    EXPECT_EQ(c.aspathAttr().get(), aspathAttrCanonicalFactory(path).get());
-    EXPECT_EQ(c.origin(), Origin::igp);
     EXPECT_EQ(c.nextHop().get(), b.ipv4NexthopTable()->nexthop(addr("192.0.2.1")).get());
     EXPECT_FALSE(c.llNextHop());
-    EXPECT_EQ(c.med(), MultiExitDiscriminator(100));
-    EXPECT_EQ(c.localPref(), RoutingLocalPref(200));
-    EXPECT_TRUE(c.atomicAggregate());
     EXPECT_EQ(c.aggregator().get(), aggregatorFactory(65001, v4("10.0.0.1")).get());
-    EXPECT_EQ(c.commList().get(), Routing::CommList::intern({0xfde80064, 0xffff0006}).get());
     EXPECT_TRUE(c.llgrStale()); // derived from the community list
-    ASSERT_TRUE(c.clusterList());
-    EXPECT_EQ(c.clusterList()->originatorId(), v4("10.0.0.2"));
-    EXPECT_EQ(std::vector<Orvnet::IpAddr>(c.clusterList()->clusterId().begin(),
-                                          c.clusterList()->clusterId().end()),
-              (std::vector<Orvnet::IpAddr>{v4("10.0.0.3"), v4("10.0.0.4")}));
-    EXPECT_EQ(c.extCommList().get(), Routing::ExtCommList::intern({0x0002fde800000064}).get());
-    ASSERT_TRUE(c.extCommIp6List());
-    EXPECT_EQ(Mel::Bytes((*c.extCommIp6List())[0].data(), 20).toHex(),
-              "000220010db8000000000000000000000001"
-              "0064");
-    EXPECT_EQ(c.aigpMetric().get(), accumulatedIgpMetricFactory(5).get());
-    EXPECT_EQ(c.largeCommList().get(), Routing::LargeCommList::intern({{65000, 1, 2}}).get());
-    // The unknown optional transitive attribute, kept as received.
-    ASSERT_TRUE(c.gunkPathAttrList());
-    EXPECT_EQ(c.gunkPathAttrList()->gunkCount(), 1u);
-    ASSERT_TRUE(gunk(c, 99));
+    ASSERT_TRUE(gunk(c, 99));   // the unknown optional transitive attribute, kept as received
     EXPECT_EQ(gunk(c, 99)->attrFlags(), 0xc0);
-    EXPECT_EQ(gunk(c, 99)->gunkAttrDataBytes().toHex(), "abcd");
 
     for (uint8_t t : {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 16, 25, 26, 32})
         EXPECT_EQ(b.counts().count(t, BuildOutcome::Interned), 1u) << int(t);
@@ -142,46 +101,24 @@ TEST(ContentsBuilder, EveryRareTypeThroughItsWireDecoder) {
     Received r("every_rare_type");
     PathAttributesContents c;
     ASSERT_TRUE(b.build(r.path(), c));
-
-    ASSERT_TRUE(c.pmsiTunnel());
-    const PmsiTunnelIngressReplication* ir = c.pmsiTunnel()->castToIngressReplication();
-    ASSERT_TRUE(ir);
-    EXPECT_EQ(ir->replicationEndpoint(), addr("192.0.2.5"));
-    EXPECT_EQ(ir->mplsLabel(), 3u);
-
+    ASSERT_TRUE(c.pmsiTunnel() && c.pmsiTunnel()->castToIngressReplication());
     ASSERT_TRUE(c.tunnelEncap());
     ASSERT_EQ(c.tunnelEncap()->tunnelTlvs(), 2u);
     const auto* vxlan = dynamic_cast<const VxlanTunnelTlv*>(c.tunnelEncap()->tunnelTlv(0));
     ASSERT_TRUE(vxlan);
-    ASSERT_TRUE(vxlan->endpoint() && vxlan->color());
-    EXPECT_EQ(vxlan->endpoint()->address(), addr("192.0.2.6"));
-    EXPECT_EQ(vxlan->color()->color(), 100u);
+    EXPECT_TRUE(vxlan->endpoint() && vxlan->color());
     EXPECT_EQ(vxlan->unparsedSubTlvs(), 0u);
     const TunnelEncapTlvBase& second = *c.tunnelEncap()->tunnelTlv(1);
     EXPECT_EQ(typeid(second), typeid(TunnelEncapTlvUnparsed));
-    EXPECT_EQ(second.tunnelType(), 2);
-
-    ASSERT_TRUE(c.linkState());
-    EXPECT_EQ(c.linkState()->toStrep(), "tlv 1026 len 4");
-
-    ASSERT_TRUE(c.domainPath());
-    EXPECT_EQ(c.domainPath()->toStrep(), "65000:10/0x00 65001:11/0x01");
-
+    EXPECT_TRUE(c.linkState() && c.domainPath());
     ASSERT_TRUE(c.prefixSid());
-    ASSERT_TRUE(c.prefixSid()->labelIndexGet());
-    EXPECT_EQ(c.prefixSid()->labelIndexGet()->labelIndex(), 100u);
-    ASSERT_TRUE(c.prefixSid()->originatorSrgbGet());
-    EXPECT_EQ(c.prefixSid()->originatorSrgbGet()->toStrep(), "[16000:8000]");
+    EXPECT_TRUE(c.prefixSid()->labelIndexGet() && c.prefixSid()->originatorSrgbGet());
     EXPECT_FALSE(c.prefixSid()->srv6ServiceGet());
-
-    // ATTR_SET: the inner attributes are an interned inner set.
+    // ATTR_SET: the inner attributes are an interned inner set, without a next hop.
     ASSERT_TRUE(c.customerAttributeSet());
-    EXPECT_EQ(c.customerAttributeSet()->originAs().value(), 65000u);
     Mel::PtrConst<PathAttributes> inner = c.customerAttributeSet()->originAttributes();
     ASSERT_TRUE(inner);
-    EXPECT_EQ(inner->medGet(), MultiExitDiscriminator(5));
     EXPECT_EQ(inner->commListGet().get(), Routing::CommList::intern({0xfde80001}).get());
-    EXPECT_EQ(inner->origin(), Origin::igp);
     EXPECT_FALSE(inner->nextHopGet());
 
     for (uint8_t t : {22, 23, 29, 36, 40, 128})
@@ -189,52 +126,32 @@ TEST(ContentsBuilder, EveryRareTypeThroughItsWireDecoder) {
     EXPECT_EQ(b.counts().count(4, BuildOutcome::Interned), 1u); // inside the ATTR_SET
     expectRoundTrip(b, r.path(), "every_rare_type");
 
-    // SRv6 service.
     Received srv6("prefix_sid_srv6");
     ASSERT_TRUE(b.build(srv6.path(), c));
     ASSERT_TRUE(c.prefixSid() && c.prefixSid()->srv6ServiceGet());
-    const Srv6ServiceTlv& s = *c.prefixSid()->srv6ServiceGet();
-    EXPECT_TRUE(s.l3Service());
-    EXPECT_EQ(s.sidValue(), Orvnet::Ip6Addr::fromString("2001:db8::1"));
-    EXPECT_EQ(s.endpointBehavior(), 19);
-    EXPECT_EQ(s.sidStructureTlvContent(), Srv6SidStructureTlvContent(32, 16, 16, 0, 16, 64));
+    EXPECT_TRUE(c.prefixSid()->srv6ServiceGet()->sidStructureTlvContent().present());
     expectRoundTrip(b, srv6.path(), "prefix_sid_srv6");
 }
 
 TEST(ContentsBuilder, PmsiTunnelTypesBecomeTheirClasses) {
     ContentsBuilder b;
     PathAttributesContents c;
-
-    Received pim("pmsi_pim_ssm");
-    ASSERT_TRUE(b.build(pim.path(), c));
-    ASSERT_TRUE(c.pmsiTunnel() && c.pmsiTunnel()->castToPim());
-    EXPECT_EQ(c.pmsiTunnel()->castToPim()->senderAddr(), addr("10.0.0.1"));
-    EXPECT_EQ(c.pmsiTunnel()->castToPim()->multicastGroup(), addr("232.1.1.1"));
-
-    Received mldp("pmsi_mldp");
-    ASSERT_TRUE(b.build(mldp.path(), c));
-    ASSERT_TRUE(c.pmsiTunnel() && c.pmsiTunnel()->castToMldpP2mpGenericLspId());
-    EXPECT_EQ(c.pmsiTunnel()->castToMldpP2mpGenericLspId()->lspId(), 42u);
-    EXPECT_EQ(c.pmsiTunnel()->castToMldpP2mpGenericLspId()->rootAddress(), addr("10.0.0.1"));
-
-    Received rsvp("pmsi_rsvp_te");
-    ASSERT_TRUE(b.build(rsvp.path(), c));
-    ASSERT_TRUE(c.pmsiTunnel() && c.pmsiTunnel()->castToGeneral());
-    EXPECT_TRUE(c.pmsiTunnel()->leafInformationRequired());
-    EXPECT_EQ(c.pmsiTunnel()->mplsLabel(), 1u);
-    ASSERT_TRUE(c.pmsiTunnel()->castToGeneral()->tunnelIdentifier());
-    EXPECT_EQ(c.pmsiTunnel()->castToGeneral()->tunnelIdentifier()->toHex(), "0000000100000002");
-
-    Received none("pmsi_no_tunnel_info");
-    ASSERT_TRUE(b.build(none.path(), c));
-    ASSERT_TRUE(c.pmsiTunnel() && c.pmsiTunnel()->castToGeneral());
-    EXPECT_FALSE(c.pmsiTunnel()->castToGeneral()->tunnelIdentifier());
-
-    EXPECT_EQ(b.counts().count(22, BuildOutcome::Interned), 4u);
-    for (const char* name : {"pmsi_pim_ssm", "pmsi_mldp", "pmsi_rsvp_te", "pmsi_no_tunnel_info"}) {
-        Received again(name);
-        expectRoundTrip(b, again.path(), name);
+    const std::pair<const char*, const void* (*)(const PmsiTunnel&)> cases[] = {
+        {"pmsi_pim_ssm", [](const PmsiTunnel& t) -> const void* { return t.castToPim(); }},
+        {"pmsi_mldp",
+         [](const PmsiTunnel& t) -> const void* { return t.castToMldpP2mpGenericLspId(); }},
+        {"pmsi_rsvp_te", [](const PmsiTunnel& t) -> const void* { return t.castToGeneral(); }},
+        {"pmsi_no_tunnel_info",
+         [](const PmsiTunnel& t) -> const void* { return t.castToGeneral(); }},
+    };
+    for (auto [name, cast] : cases) {
+        SCOPED_TRACE(name);
+        Received r(name);
+        ASSERT_TRUE(b.build(r.path(), c));
+        ASSERT_TRUE(c.pmsiTunnel() && cast(*c.pmsiTunnel()));
+        expectRoundTrip(b, r.path(), name);
     }
+    EXPECT_EQ(b.counts().count(22, BuildOutcome::Interned), 8u); // each built, then interned
 }
 
 TEST(ContentsBuilder, ValuesTheObjectsCannotHoldAreKeptVerbatim) {
@@ -259,13 +176,9 @@ TEST(ContentsBuilder, ValuesTheObjectsCannotHoldAreKeptVerbatim) {
         EXPECT_EQ(gunk(c, type)->attrFlags(), sent.flags);
         EXPECT_EQ(gunk(c, type)->gunkAttrDataBytes(), Mel::Bytes(sent.value));
         EXPECT_EQ(b.counts().count(type, BuildOutcome::KeptUnknown), 1u);
-        if (type == 9) {
-            ASSERT_TRUE(c.clusterList()); // the cluster list is held without an originator
-            EXPECT_EQ(c.clusterList()->originatorId(), Orvnet::IpAddr());
-            EXPECT_EQ(c.clusterList()->clusterIdCount(), 1u);
-        } else {
-            EXPECT_FALSE(holds(c, type));
-        }
+        // Nothing else of it held (a cluster list without ORIGINATOR_ID has no originator).
+        c.gunkPathAttrListIs(nullptr);
+        EXPECT_EQ(c, builtWithout(name, sent, b));
         expectRoundTrip(b, r.path(), name);
     }
 
@@ -292,9 +205,8 @@ TEST(ContentsBuilder, MalformedValuesAreDiscardedAndThePathStaysUsable) {
         PathAttributesContents c;
         ASSERT_TRUE(b.build(r.path(), c));
         EXPECT_EQ(b.counts().count(type, BuildOutcome::Discarded), 1u);
-        EXPECT_FALSE(gunk(c, type));
-        EXPECT_FALSE(holds(c, type));
         ASSERT_TRUE(c.aspathAttr() && c.nextHop()); // the rest of the path is there
+        EXPECT_EQ(c, builtWithout(name, r.attributes().list.back(), b));
         Mel::PtrConst<PathAttributes> set = b.intern(r.path());
         Census::RoundTrip rt;
         rt.check(r.path(), *set);

@@ -4,22 +4,13 @@
 
 #include "CensusTestUtil.h"
 
-#include "AsPath/AspathAttrCanonical.h"
-#include "MelStash/StoreManager.h"
-#include "OrvBgp/BgpPathAttributesMisc.h"
-#include "OrvBgp/ClusterList.h"
-#include "OrvBgp/GunkAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
-#include "Routing/CommList.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <chrono>
-#include <cstdio>
 #include <filesystem>
-#include <map>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -51,10 +42,6 @@ std::vector<std::string> mrtFiles() {
     if (mrtFiles().empty())                                                                        \
         GTEST_SKIP() << "no MRT dumps under " << mrtDir() << " (../shared is absent)";
 
-std::string base(const std::string& path) {
-    return std::filesystem::path(path).filename().string();
-}
-
 struct RoundTripRun : Census::MrtHandler {
     Census::ContentsBuilder builder;
     Census::RoundTrip roundTrip;
@@ -70,10 +57,7 @@ TEST(CensusRealData, EveryDumpRoundTripsWithEveryDifferenceExplained) {
     for (const std::string& file : mrtFiles()) {
         SCOPED_TRACE(file);
         RoundTripRun run;
-        const auto t0 = std::chrono::steady_clock::now();
         Census::FileResult r = Census::readMrtFile(file, run);
-        const double s =
-            std::chrono::duration<double>(std::chrono::steady_clock::now() - t0).count();
         EXPECT_TRUE(r.ok) << r.error;
         const Census::RoundTripCounts& c = run.roundTrip.counts();
         EXPECT_EQ(c.mismatched(), 0u) << c.toString();
@@ -81,16 +65,9 @@ TEST(CensusRealData, EveryDumpRoundTripsWithEveryDifferenceExplained) {
             ADD_FAILURE() << "type " << int(sample.type) << " at record offset "
                           << sample.recordOffset << ": received " << sample.received << ", written "
                           << sample.written;
-        std::printf("%s: %llu paths, %llu sets built and written back (%.2f s)\n%s",
-                    base(file).c_str(), (unsigned long long)run.builder.counts().paths,
-                    (unsigned long long)run.builder.counts().built, s, c.toString().c_str());
-        RecordProperty(base(file) + ".matched", std::to_string(c.matched()));
-        RecordProperty(base(file) + ".explained", std::to_string(c.explained()));
-        RecordProperty(base(file) + ".mismatched", std::to_string(c.mismatched()));
         total.merge(c);
     }
     EXPECT_GT(total.matched(), 500000u);
-    EXPECT_EQ(total.mismatched(), 0u);
 }
 
 // ---- distinct sets, against a count made here from the decoded values ----
@@ -196,16 +173,6 @@ struct DistinctRun : Census::MrtHandler {
         inKeys.insert(independentKey(p, false));
         outKeys.insert(independentKey(p, true));
     }
-    template <class Map>
-    static std::string perTier(const Map& m) {
-        std::map<PathAttributeType, size_t> n;
-        for (const auto& [p, set] : m)
-            ++n[set->getType()];
-        std::string s;
-        for (auto [t, count] : n)
-            s += std::string(" ") + pathAttributeTypeName(t) + " " + std::to_string(count);
-        return s;
-    }
 };
 
 TEST(CensusRealData, DistinctSetsMatchACountFromTheDecodedValues) {
@@ -219,64 +186,6 @@ TEST(CensusRealData, DistinctSetsMatchACountFromTheDecodedValues) {
         EXPECT_EQ(run.in.size(), run.inKeys.size());
         EXPECT_EQ(run.out.size(), run.outKeys.size());
         EXPECT_LT(run.out.size(), run.in.size()); // next hops alone split inbound sets
-        std::printf("%s: %llu paths built; distinct inbound sets %zu (%s ), outbound %zu (%s )\n",
-                    name, (unsigned long long)run.builder.counts().built, run.in.size(),
-                    DistinctRun::perTier(run.in).c_str(), run.out.size(),
-                    DistinctRun::perTier(run.out).c_str());
-        RecordProperty(std::string(name) + ".inbound", std::to_string(run.in.size()));
-        RecordProperty(std::string(name) + ".outbound", std::to_string(run.out.size()));
-    }
-}
-
-// ---- nothing left behind ----
-
-std::map<std::string, size_t> tableSizes() {
-    return {
-        {"PathAttributes", PathAttributesDedupTable::instance().size()},
-        {"RibOutPathAttributes", RibOutPathAttributesDedupTable::instance().size()},
-        {"AspathAttrCanonical", AspathAttrCanonicalDedupTable::instance().size()},
-        {"CommList", Routing::CommListDedupTable::instance().size()},
-        {"ExtCommList", Routing::ExtCommListDedupTable::instance().size()},
-        {"ExtCommIp6List", Routing::ExtCommIp6ListDedupTable::instance().size()},
-        {"LargeCommList", Routing::LargeCommListDedupTable::instance().size()},
-        {"Aggregator", AggregatorDedupTable::instance().size()},
-        {"ClusterList", ClusterListDedupTable::instance().size()},
-        {"GunkPathAttr", GunkPathAttrDedupTable::instance().size()},
-        {"GunkPathAttrList", GunkPathAttrListDedupTable::instance().size()},
-        {"AccumulatedIgpMetric", AccumulatedIgpMetricDedupTable::instance().size()},
-    };
-}
-
-std::map<std::string, int64_t> liveStoreObjects() {
-    std::map<std::string, int64_t> out;
-    for (const auto& s : MelStash::StoreManager::typeStats())
-        if (s.kind == MelStash::TypeStats::Kind::storeObject) out[s.name] += s.objects;
-    return out;
-}
-
-TEST(CensusRealData, DroppingEverySetLeavesTablesAndStoreAsTheyWere) {
-    CENSUS_NEED_SHARED(updates, "updates.20160811.1600.gz");
-    CENSUS_NEED_SHARED(rib, "bview.20020722.2337.gz");
-    const auto tablesBefore = tableSizes();
-    const auto storeBefore = liveStoreObjects();
-    {
-        DistinctRun run;
-        ASSERT_TRUE(Census::readMrtFile(updates, run).ok);
-        ASSERT_TRUE(Census::readMrtFile(rib, run).ok);
-        EXPECT_NE(tableSizes(), tablesBefore);
-        EXPECT_GT(run.builder.ipv4NexthopTable()->internTable().size(), 0u);
-        EXPECT_GT(run.builder.ipv6NexthopTable()->internTable().size(), 0u);
-        run.in.clear();
-        run.out.clear();
-        run.contents = PathAttributesContents();
-        EXPECT_EQ(run.builder.ipv4NexthopTable()->internTable().size(), 0u);
-        EXPECT_EQ(run.builder.ipv6NexthopTable()->internTable().size(), 0u);
-    }
-    EXPECT_EQ(tableSizes(), tablesBefore);
-    const auto storeAfter = liveStoreObjects();
-    for (const auto& [type, n] : storeAfter) {
-        auto it = storeBefore.find(type);
-        EXPECT_EQ(n, it == storeBefore.end() ? 0 : it->second) << type;
     }
 }
 

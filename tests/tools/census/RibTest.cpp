@@ -4,10 +4,10 @@
 #include "census/Ingest.h"
 
 #include "AsPath/AspathAttrCanonical.h"
-#include "MelStash/StoreManager.h"
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
 #include "Routing/CommList.h"
+#include "reliability/InternSnapshot.h"
 
 #include <gtest/gtest.h>
 
@@ -47,14 +47,6 @@ PathAttributesContents contents(uint32_t tag, bool withComms = false) {
     c.medIs(Routing::MultiExitDiscriminator(tag));
     if (withComms) c.commListIs(Routing::CommList::intern({0xfde80000u + tag, 0xfde90001u}));
     return c;
-}
-
-// Live objects of every class of the store (tables' arrays left aside).
-int64_t liveObjects() {
-    int64_t n = 0;
-    for (const auto& s : MelStash::StoreManager::typeStats())
-        if (s.kind == MelStash::TypeStats::Kind::storeObject) n += s.objects;
-    return n;
 }
 
 } // namespace
@@ -123,9 +115,8 @@ TEST(CensusRib, RoutesAreKeyedByPeerMaskedPrefixPathIdAndSafi) {
 }
 
 TEST(CensusRib, ClearedRibLeavesNoObjectBehind) {
-    const int64_t before = liveObjects();
-    const int64_t inBefore = int64_t(PathAttributesDedupTable::instance().size());
-    const int64_t outBefore = int64_t(RibOutPathAttributesDedupTable::instance().size());
+    using OrvTest::InternSnapshot;
+    const InternSnapshot before = InternSnapshot::take();
     {
         Ingest in;
         for (uint32_t i = 0; i < 500; ++i) {
@@ -134,15 +125,15 @@ TEST(CensusRib, ClearedRibLeavesNoObjectBehind) {
             if (i % 5 == 0) in.withdraw(uint16_t(i % 7), v4(0x0b000000u + (i << 8), 24), 1);
         }
         EXPECT_EQ(in.rib().size(), 400u);
-        EXPECT_GT(liveObjects(), before);
-        EXPECT_GT(int64_t(PathAttributesDedupTable::instance().size()), inBefore);
+        const InternSnapshot during = InternSnapshot::take();
+        EXPECT_GT(during.liveObjects, before.liveObjects);
+        EXPECT_GT(during.tableSize("PathAttributesDedupTable"),
+                  before.tableSize("PathAttributesDedupTable"));
         in.clear();
         EXPECT_EQ(in.rib().size(), 0u);
-        EXPECT_EQ(liveObjects(), before);
-        EXPECT_EQ(int64_t(PathAttributesDedupTable::instance().size()), inBefore);
-        EXPECT_EQ(int64_t(RibOutPathAttributesDedupTable::instance().size()), outBefore);
+        EXPECT_EQ(InternSnapshot::differences(before, InternSnapshot::take()), "");
     }
-    EXPECT_EQ(liveObjects(), before);
+    EXPECT_EQ(InternSnapshot::differences(before, InternSnapshot::take()), "");
 }
 
 TEST(CensusRib, PeersAreNumberedInOrderOfFirstAppearance) {

@@ -1,7 +1,9 @@
 // Damaged copies of every sample dump (fixed seeds): cut anywhere, bits flipped in record bodies,
-// bits flipped anywhere, compressed bytes flipped. Nothing may crash (the sanitizer builds watch
-// the reads); a file is reported unreadable exactly when its framing is broken.
+// bits flipped anywhere, compressed bytes flipped, through the dump printer and the whole census.
+// Nothing may crash (the sanitizer builds watch the reads); a file is reported unreadable exactly
+// when its framing is broken.
 #include "census/BgpdumpFormat.h"
+#include "census/Run.h"
 
 #include "CensusTestUtil.h"
 
@@ -22,18 +24,9 @@ struct Base {
     std::vector<size_t> ends; // offset just past each record
 };
 
-// The first whole records of a dump, up to kMaxBase bytes.
 Base loadBase(const std::string& name, const std::string& path) {
     Base b{name, {}, {}};
-    Bytes all = readDecompressed(path);
-    size_t at = 0;
-    while (at + 12 <= all.size()) {
-        size_t len = 12 + size_t(readBe32(all.data() + at + 8));
-        if (at + len > all.size() || (at + len > kMaxBase && !b.ends.empty())) break;
-        at += len;
-        b.ends.push_back(at);
-    }
-    b.data.assign(all.begin(), all.begin() + long(at));
+    b.data = firstRecords(path, kMaxBase, &b.ends);
     return b;
 }
 
@@ -50,7 +43,9 @@ std::vector<Base> bases() {
     return out;
 }
 
-// Decodes and prints (printing reads every decoded field, so it is exercised on garbage too).
+// Decodes and prints (printing reads every decoded field, so it is exercised on garbage too), then
+// takes the file through the whole census (building, interning, round trip, RIB), which must read
+// it the same way.
 FileResult run(const TempDir& tmp, const Bytes& file) {
     const std::string path = tmp.path("damaged");
     writeFile(path, file);
@@ -59,6 +54,10 @@ FileResult run(const TempDir& tmp, const Bytes& file) {
     if (!r.ok) {
         EXPECT_EQ(r.error.rfind(path + ": byte ", 0), 0u) << r.error;
     }
+    CensusRun census;
+    const FileOutcome& o = census.readFile(path);
+    EXPECT_EQ(o.ok, r.ok) << o.error;
+    EXPECT_EQ(o.counts.records, r.counts.records);
     return r;
 }
 
