@@ -258,12 +258,15 @@ int censusMain(int argc, const char* const* argv, std::FILE* out, std::FILE* err
         }
     }
     Report report = Report::gather(run);
+    errno = 0;
     report.printText(out);
+    // The first failed write's reason: a later flush of a stream in error may not say it again.
+    const int reportErrno = std::ferror(out) ? errno : 0;
     if (!o.json.empty() && !writeFile(o.json, err, [&](std::FILE* f) { report.writeJson(f); }))
         status = 1;
     if (!o.svg.empty() && !writeFile(o.svg, err, [&](std::FILE* f) { report.writeSvg(f); }))
         status = 1;
-    if (!finishOutput(out, err, "the report")) status = 1;
+    if (!finishOutput(out, err, "the report", reportErrno)) status = 1;
     if (exitWhenDone) {
         std::fflush(err);
         std::_Exit(status);

@@ -103,6 +103,7 @@ MrtIngest::~MrtIngest() = default;
 void MrtIngest::dropCaches() {
     Ingest::dropCaches();
     sets_ = InternedSets();
+    contents_ = Routing::Bgp::PathAttributesContents(); // the last path's sub-attributes
     cached_ = false;
     roundTrip_.formsClear();
 }
