@@ -129,9 +129,8 @@ void multiThreadedOrvbgpIs(bool on) noexcept {
     multiThreadedFlag().store(on, std::memory_order_relaxed);
 }
 
-// 24 bytes: sixteen shards of an empty table cost 384 bytes. Neighbouring shards share cache
-// lines; their locks are held for one probe.
-struct DedupTableBase::Shard {
+// One cache line each, so threads working in different shards do not contend for one line.
+struct alignas(64) DedupTableBase::Shard {
     RefSet set;
     Keel::SpinLock spin;
 };
@@ -245,10 +244,15 @@ DedupHandleBase* DedupTableBase::findImpl(uint32_t hash, EqFn eq, const void* ct
 void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept {
     ORV_ASSERT_TEXT(StoreManager::contains(o), "interned object outside the store");
     ORV_ASSERT(o->dedupState() == DedupHandleState::neverDeduped);
+    // The registry lists this table for the object's type; most tables see one or a few types,
+    // so the last one listed is remembered.
     const std::type_info* type = &typeid(*o);
-    if (!listsTable(ownersOf(type), index_)) {
-        std::lock_guard lock(registryMutex);
-        addOwnerLocked(type, index_);
+    if (type != lastTypeListed_.load(std::memory_order_relaxed)) {
+        if (!listsTable(ownersOf(type), index_)) {
+            std::lock_guard lock(registryMutex);
+            addOwnerLocked(type, index_);
+        }
+        lastTypeListed_.store(type, std::memory_order_relaxed);
     }
     // neverDeduped (0) becomes deduped (1) and the table's hold is taken, in one step.
     uint32_t before = o->word_.fetch_add((uint32_t(1) << DedupHandleBase::stateShift) + 1,

@@ -12,6 +12,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
 
 namespace MelStash {
 struct TypeStats;
@@ -74,7 +75,8 @@ private:
     void insertLocked(Shard& shard, const DedupHandleBase* obj) noexcept;
 
     std::string name_;
-    MelStash::TypeStats* stats_ = nullptr; // counts the shards and their arrays
+    MelStash::TypeStats* stats_ = nullptr; // counts the shards' arrays
+    std::atomic<const std::type_info*> lastTypeListed_{nullptr};
     bool multiThreaded_;
     uint32_t index_;
     unsigned shardShift_;
