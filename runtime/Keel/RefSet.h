@@ -20,14 +20,14 @@ namespace Keel {
 // byte lacks its hash's bit. Removing an entry just empties its slot: nothing marks it. Overflow
 // bits outlive the entries that set them, so once removals from overflowed groups reach an eighth
 // of the capacity the set is rebuilt, as it is when it passes maxLoadPercent (rebuilt at
-// targetLoadPercent, so it runs 70-87.5 % full: 5.06 bytes a slot, about 6.4 an entry) or drops
+// targetLoadPercent, so it runs 62-87 % full: 5.06 bytes a slot, about 6.8 an entry) or drops
 // below minLoadPercent; it frees its array when it empties. The smallest array is one group (88
 // bytes). Not thread-safe: the intern table locks around it.
 class RefSet {
 public:
     static constexpr uint32_t npos = ~uint32_t(0);
     static constexpr uint32_t groupSlots = 16;
-    static constexpr uint32_t maxLoadPercent = 87, targetLoadPercent = 70, minLoadPercent = 30;
+    static constexpr uint32_t maxLoadPercent = 87, targetLoadPercent = 62, minLoadPercent = 30;
     // Recomputes an entry's hash when the set is rebuilt.
     using HashOf = uint32_t (*)(uint32_t ref);
     // Counts the array memory it allocates or frees in *bytes when that is given.
