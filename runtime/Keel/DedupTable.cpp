@@ -241,7 +241,7 @@ DedupHandleBase* DedupTableBase::findImpl(uint32_t hash, EqFn eq, const void* ct
     return const_cast<DedupHandleBase*>(o);
 }
 
-void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept {
+void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o, uint32_t hash) noexcept {
     ORV_ASSERT_TEXT(StoreManager::contains(o), "interned object outside the store");
     ORV_ASSERT(o->dedupState() == DedupHandleState::neverDeduped);
     // The registry lists this table for the object's type; most tables see one or a few types,
@@ -259,7 +259,7 @@ void DedupTableBase::insertLocked(Shard& sh, const DedupHandleBase* o) noexcept 
                                          std::memory_order_acq_rel);
     if ((before & DedupHandleBase::countMask) >= DedupHandleBase::maxRefCount)
         o->refIncRejected(before);
-    sh.set.insert(o->hash(), StoreManager::compress(o), &hashOfRef, &stats_->bytes);
+    sh.set.insert(hash, StoreManager::compress(o), &hashOfRef, &stats_->bytes);
 }
 
 DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const void* eqCtx,
@@ -278,7 +278,7 @@ DedupHandleBase* DedupTableBase::findOrCreateImpl(uint32_t hash, EqFn eq, const 
     ORV_ASSERT_TEXT(o->hash() == hash, "made object's hash differs from the lookup hash");
 #endif
     o->word_.fetch_add(1, std::memory_order_relaxed); // the caller's
-    insertLocked(sh, o);
+    insertLocked(sh, o, hash);
     return o;
 }
 
@@ -289,7 +289,7 @@ DedupHandleBase* DedupTableBase::dedupImpl(const DedupHandleBase* o) {
     uint32_t i = sh.set.find(hash, [o](uint32_t r) { return o->compare(obj(r)); });
     // An object interned here already finds itself: it is returned as it is.
     const DedupHandleBase* result = i != RefSet::npos ? obj(sh.set.refAt(i)) : o;
-    if (i == RefSet::npos) insertLocked(sh, o);
+    if (i == RefSet::npos) insertLocked(sh, o, hash);
     result->refInc();
     return const_cast<DedupHandleBase*>(result);
 }

@@ -72,7 +72,8 @@ private:
     bool releaseLast(const DedupHandleBase* obj) noexcept;
     bool holds(const DedupHandleBase* obj) const noexcept;
     Shard& shardFor(uint32_t hash) const noexcept;
-    void insertLocked(Shard& shard, const DedupHandleBase* obj) noexcept;
+    // hash is obj's, computed by the caller already (a set's hash is not cached).
+    void insertLocked(Shard& shard, const DedupHandleBase* obj, uint32_t hash) noexcept;
 
     std::string name_;
     MelStash::TypeStats* stats_ = nullptr; // counts the shards' arrays
