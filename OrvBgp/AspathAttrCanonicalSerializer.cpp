@@ -150,7 +150,7 @@ bool AspathAttrCanonicalSerializer::serialize(const AspathAttrCanonical* path, u
     Prepend prepend = Prepend::none;
     if (!peerInternal) {
         ORV_ASSERT_TEXT(localAs.value() != 0, "peerInternal");
-        bool firstIsLocalType = !run.empty() && run.begin()->segmentType() == localAsSegType;
+        bool firstIsLocalType = !run.empty() && (*run.begin()).segmentType() == localAsSegType;
         if (!confed) {
             writeConfed = false;
             if (!prependOwnDisabled)
@@ -167,7 +167,7 @@ bool AspathAttrCanonicalSerializer::serialize(const AspathAttrCanonical* path, u
     if (prepend == Prepend::intoFirstConfed && confedRun.empty())
         prepend = Prepend::intoFirstOrdinary;
     else if (prepend == Prepend::intoFirstConfed &&
-             confedRun.begin()->segmentType() == AsSegmentType::asConfedSet_)
+             (*confedRun.begin()).segmentType() == AsSegmentType::asConfedSet_)
         prepend = Prepend::newSegment;
 
     // Calls f(segment, local AS to prepend or 0, isOrdinary) for every segment written, in order;
@@ -177,20 +177,20 @@ bool AspathAttrCanonicalSerializer::serialize(const AspathAttrCanonical* path, u
             f(AsSegmentRef(localAsSegType, AsNumbers()), localAs, true);
         if (writeConfed) {
             bool first = true;
-            for (const StoredAsSegment& seg : confedRun) {
+            for (AsSegmentRef seg : confedRun) {
                 Orvnet::AutonomousSystem prependAs;
                 if (first && prepend == Prepend::intoFirstConfed) {
-                    const StoredAsSegment* segment = &seg;
+                    const AsSegmentRef* segment = &seg;
                     ORV_ASSERT(segment->segmentType() == localAsSegType);
                     prependAs = localAs;
                 }
                 first = false;
-                f(AsSegmentRef(seg), prependAs, false);
+                f(seg, prependAs, false);
             }
         }
         bool first = true;
-        for (const StoredAsSegment& seg : run) {
-            f(AsSegmentRef(seg),
+        for (AsSegmentRef seg : run) {
+            f(seg,
               first && prepend == Prepend::intoFirstOrdinary ? localAs : Orvnet::AutonomousSystem(),
               true);
             first = false;
@@ -243,9 +243,9 @@ void AspathAttrCanonicalSerializer::serializeIntoStringForDfa(const AspathAttrCa
     if (localAs.value() != 0) serialize.addU32hton(localAs.value());
     if (!path) return;
     if (includeConfed)
-        for (const StoredAsSegment& seg : path->confedPath())
+        for (AsSegmentRef seg : path->confedPath())
             asSegmentSerializeForDfa(seg, serialize);
-    for (const StoredAsSegment& seg : path->path())
+    for (AsSegmentRef seg : path->path())
         asSegmentSerializeForDfa(seg, serialize);
 }
 

@@ -62,11 +62,17 @@ const AspathAttrCanonicalWithConfedStasher withConfedStasher;
 [[maybe_unused]] const bool readersRegistered = [] {
     using MelStash::StashReaderRegistry;
     StashReaderRegistry::registerReader(typeid(AspathAttrCanonicalSingleSeg), &singleSegStasher);
+    StashReaderRegistry::registerReader(typeid(AspathAttrCanonicalBareSequence), &singleSegStasher);
     StashReaderRegistry::registerReader(typeid(AspathAttrCanonicalWithPathVector),
                                         &withPathVectorStasher);
     StashReaderRegistry::registerReader(typeid(AspathAttrCanonicalWithConfed), &withConfedStasher);
     return true;
 }();
+
+// One segment, live or stored, of the given type.
+Mel::Ptr<AsSegment> segmentDestash(AsSegmentType type, AsSegmentRef seg);
+void segmentStrep(OrvFmt::DynamicBufferInterface& buffer, AsSegmentRef seg, bool asdot);
+void segmentSerialize(Serialize& serialize, AsSegmentType type, AsSegmentRef seg);
 
 Mel::Bytes finish(SerializePathAttributeAutoExtLen& s, bool hasPathAttrHeader) {
     if (!hasPathAttrHeader) return s.valueBytes();
@@ -111,9 +117,11 @@ Mel::Bytes AspathAttrCanonicalStasher::stashSerialize(const void* writerPtr,
 Mel::PtrConst<AspathAttrCanonical>
 AspathAttrCanonicalSingleSegStasher::destash(const void* writerPtr,
                                              StoreManager::RawPtr store) const {
-    auto* path = stored<AspathAttrCanonicalSingleSeg>(writerPtr, store);
+    AsSegmentRun run = stored<AspathAttrCanonicalSingleSeg>(writerPtr, store)->path();
     Mel::Ptr<AsSegment> segment;
-    if (const StoredAsSegment* s = path->segment())
+    if (run.bare())
+        segment = segmentDestash(AsSegmentType::asSequence_, *run.begin());
+    else if (const StoredAsSegment* s = run.first())
         segment = AsSegmentStasher::forStored(s).destash(s, store);
     return AspathAttrCanonicalSingleSeg::create(segment.get());
 }
@@ -122,7 +130,10 @@ void AspathAttrCanonicalSingleSegStasher::stashStrep(OrvFmt::DynamicBufferInterf
                                                      const void* writerPtr,
                                                      StoreManager::RawPtr store, bool asdot) const {
     AsSegmentRun run = stored<AspathAttrCanonicalSingleSeg>(writerPtr, store)->path();
-    allSegmentsStrep(run.size(), run.first(), buffer, store, true, asdot);
+    if (run.bare())
+        segmentStrep(buffer, *run.begin(), asdot);
+    else
+        allSegmentsStrep(run.size(), run.first(), buffer, store, true, asdot);
 }
 
 Mel::Bytes AspathAttrCanonicalSingleSegStasher::stashSerialize(const void* writerPtr,
@@ -130,7 +141,10 @@ Mel::Bytes AspathAttrCanonicalSingleSegStasher::stashSerialize(const void* write
                                                                bool hasPathAttrHeader) const {
     AsSegmentRun run = stored<AspathAttrCanonicalSingleSeg>(writerPtr, store)->path();
     SerializePathAttributeAutoExtLen s;
-    allSegmentsSerialize(run.size(), run.first(), s, store);
+    if (run.bare())
+        segmentSerialize(s, AsSegmentType::asSequence_, *run.begin());
+    else
+        allSegmentsSerialize(run.size(), run.first(), s, store);
     return finish(s, hasPathAttrHeader);
 }
 
@@ -202,18 +216,25 @@ const AsSegmentStasher& AsSegmentStasher::forStored(const void* writerPtr) noexc
     return t.isValid() ? segmentStashers[t.value() - 1] : unsupportedSegmentStasher;
 }
 
-Mel::Ptr<AsSegment> AsSegmentStasher::destash(const void* writerPtr,
-                                              StoreManager::RawPtr store) const {
-    auto* seg = stored<StoredAsSegment>(writerPtr, store);
+namespace {
+
+Mel::Ptr<AsSegment> segmentDestash(AsSegmentType type, AsSegmentRef seg) {
     Mel::Ptr<AsSegment> s;
-    if (segmentType_.isSet())
-        s = new AsSet(segmentType_);
+    if (type.isSet())
+        s = new AsSet(type);
     else
-        s = new AsSequence(segmentType_);
-    s->asReserve(seg->asCount());
-    for (Orvnet::AutonomousSystem as : seg->as())
+        s = new AsSequence(type);
+    s->asReserve(seg.asCount());
+    for (Orvnet::AutonomousSystem as : seg.as)
         s->asAppend(as);
     return s;
+}
+
+} // namespace
+
+Mel::Ptr<AsSegment> AsSegmentStasher::destash(const void* writerPtr,
+                                              StoreManager::RawPtr store) const {
+    return segmentDestash(segmentType_, *stored<StoredAsSegment>(writerPtr, store));
 }
 
 void asStrep(OrvFmt::DynamicBufferInterface& buffer, Orvnet::AutonomousSystem as, bool asdot) {
@@ -227,14 +248,14 @@ void asStrep(OrvFmt::DynamicBufferInterface& buffer, Orvnet::AutonomousSystem as
     }
 }
 
-void AsSegmentStasher::stashStrep(OrvFmt::DynamicBufferInterface& buffer, const void* writerPtr,
-                                  StoreManager::RawPtr store, bool asdot) const {
-    auto* seg = stored<StoredAsSegment>(writerPtr, store);
-    if (seg->asCount() == 0) return;
-    AsSegmentType type = seg->segmentType();
+namespace {
+
+void segmentStrep(OrvFmt::DynamicBufferInterface& buffer, AsSegmentRef seg, bool asdot) {
+    if (seg.asCount() == 0) return;
+    AsSegmentType type = seg.segmentType();
     buffer.append(AsSegmentType::segmentDelimiterStrep(type, true));
     bool first = true;
-    for (Orvnet::AutonomousSystem as : seg->as()) {
+    for (Orvnet::AutonomousSystem as : seg.as) {
         if (!first) buffer.append(' ');
         first = false;
         asStrep(buffer, as, asdot);
@@ -242,14 +263,21 @@ void AsSegmentStasher::stashStrep(OrvFmt::DynamicBufferInterface& buffer, const 
     buffer.append(AsSegmentType::segmentDelimiterStrep(type, false));
 }
 
-void AsSegmentStasher::stashSerialize(Serialize& serialize, const void* writerPtr,
-                                      StoreManager::RawPtr store) const {
-    auto* seg = stored<StoredAsSegment>(writerPtr, store);
-    uint32_t elements = seg->asCount();
+} // namespace
+
+void AsSegmentStasher::stashStrep(OrvFmt::DynamicBufferInterface& buffer, const void* writerPtr,
+                                  StoreManager::RawPtr store, bool asdot) const {
+    segmentStrep(buffer, *stored<StoredAsSegment>(writerPtr, store), asdot);
+}
+
+namespace {
+
+void segmentSerialize(Serialize& serialize, AsSegmentType type, AsSegmentRef seg) {
+    uint32_t elements = seg.asCount();
     if (elements == 0) return;
-    if (segmentType_.isSet()) ORV_ASSERT(elements <= 0xff);
-    AsNumbers::iterator as = seg->as().begin();
-    uint16_t typeBits = uint16_t(segmentType_.value() << 8);
+    if (type.isSet()) ORV_ASSERT(elements <= 0xff);
+    AsNumbers::iterator as = seg.as.begin();
+    uint16_t typeBits = uint16_t(type.value() << 8);
     while (elements) {
         uint32_t chunk = elements < 0xff ? elements : 0xff;
         serialize.addU16hton(uint16_t(typeBits | chunk));
@@ -259,6 +287,13 @@ void AsSegmentStasher::stashSerialize(Serialize& serialize, const void* writerPt
     }
 }
 
+} // namespace
+
+void AsSegmentStasher::stashSerialize(Serialize& serialize, const void* writerPtr,
+                                      StoreManager::RawPtr store) const {
+    segmentSerialize(serialize, segmentType_, *stored<StoredAsSegment>(writerPtr, store));
+}
+
 // ---------------------------------------------------------------------------------------------
 void allSegmentsDestash(uint32_t count, const void* segments, AsSegmentVector& vector,
                         StoreManager::RawPtr store) {
@@ -266,7 +301,8 @@ void allSegmentsDestash(uint32_t count, const void* segments, AsSegmentVector& v
     for (AsSegmentRun::iterator it(static_cast<const StoredAsSegment*>(segments), count), end;
          it != end; ++it) {
         // A segment of an unsupported type without AS numbers reads as null: nothing to keep.
-        if (Mel::Ptr<AsSegment> s = AsSegmentStasher::forStored(&*it).destash(&*it, store))
+        if (Mel::Ptr<AsSegment> s =
+                AsSegmentStasher::forStored(it.stored()).destash(it.stored(), store))
             vector.push_back(std::move(s));
     }
 }
@@ -275,9 +311,9 @@ bool allSegmentsStrep(uint32_t count, const void* segments, OrvFmt::DynamicBuffe
                       StoreManager::RawPtr store, bool isFirst, bool asdot) {
     for (AsSegmentRun::iterator it(static_cast<const StoredAsSegment*>(segments), count), end;
          it != end; ++it) {
-        if (it->asCount() == 0) continue; // prints nothing, takes no blank
+        if (it.stored()->asCount() == 0) continue; // prints nothing, takes no blank
         if (!isFirst) buffer.append(' ');
-        AsSegmentStasher::forStored(&*it).stashStrep(buffer, &*it, store, asdot);
+        AsSegmentStasher::forStored(it.stored()).stashStrep(buffer, it.stored(), store, asdot);
         isFirst = false;
     }
     return isFirst;
@@ -287,7 +323,7 @@ void allSegmentsSerialize(uint32_t count, const void* segments, Serialize& seria
                           StoreManager::RawPtr store) {
     for (AsSegmentRun::iterator it(static_cast<const StoredAsSegment*>(segments), count), end;
          it != end; ++it)
-        AsSegmentStasher::forStored(&*it).stashSerialize(serialize, &*it, store);
+        AsSegmentStasher::forStored(it.stored()).stashSerialize(serialize, it.stored(), store);
 }
 
 } // namespace Routing::Bgp

@@ -343,10 +343,10 @@ bool emitAsPathAsHeld(detail::AttributeSetEmitter& out, uint8_t type,
                       const AspathAttrCanonical& path, bool fourByte, bool confed) {
     Serialize& value = out.scratch();
     if (confed)
-        for (const StoredAsSegment& seg : path.confedPath())
+        for (AsSegmentRef seg : path.confedPath())
             AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, value);
     bool substituted = false;
-    for (const StoredAsSegment& seg : path.path())
+    for (AsSegmentRef seg : path.path())
         substituted |= AspathAttrCanonicalSerializer::asSegmentSerialize(seg, fourByte, 0, value);
     // AS4_PATH is optional transitive; AS_PATH well-known.
     const uint8_t flags = type == BgpPathAttrType::as4Path_

@@ -56,7 +56,7 @@ void as4Path(PeerEmitter& out, const AspathAttrCanonical* path, const PathAttrib
     } else {
         Serialize value;
         if (path)
-            for (const StoredAsSegment& seg : path->path())
+            for (AsSegmentRef seg : path->path())
                 AspathAttrCanonicalSerializer::asSegmentSerialize(seg, true, 0, value);
         SerializePathAttribute(s, T::as4Path_, pathAttrFlagOptional | pathAttrFlagTransitive,
                                value.size());

@@ -99,8 +99,8 @@ PlainAttrs plainOf(const PathAttributesContents& c) {
     p.origin = uint8_t(c.origin());
     p.atomicAggregate = c.atomicAggregate();
     if (auto a = c.aspathAttr())
-        for (const StoredAsSegment& s : a->path())
-            for (Orvnet::AutonomousSystem as : s.as())
+        for (AsSegmentRef s : a->path())
+            for (Orvnet::AutonomousSystem as : s.as)
                 p.asPath.push_back(as.value());
     if (auto l = c.commList()) p.communities.assign(l->begin(), l->end());
     return p;

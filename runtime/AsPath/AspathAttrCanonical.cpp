@@ -4,7 +4,9 @@
 #include "Keel/Assert.h"
 #include "Keel/HashMix.h"
 #include "Mel/Exception.h"
+#include "MelStash/StoreManager.h"
 
+#include <algorithm>
 #include <cstring>
 #include <string>
 
@@ -18,7 +20,7 @@ constexpr uint16_t nullSegmentUnit[1] = {0};
 
 // ---------------------------------------------------------------------------------------------
 const StoredAsSegment* AsSegmentRun::endPtr() const noexcept {
-    const StoredAsSegment* p = first_;
+    const StoredAsSegment* p = first();
     for (uint32_t i = 0; i < count_; ++i)
         p = p->next();
     return p;
@@ -33,9 +35,15 @@ AsSegmentRun AspathAttrCanonical::confedPath() const noexcept {
 
 AsSegmentRun AspathAttrCanonical::path() const noexcept {
     const uint16_t* u = storedUnits();
-    if (form() == AspathForm::singleSeg) {
+    switch (layout()) {
+    case AspathLayout::bareSequence:
+        return AsSegmentRun::bareSequence(u, bareCount());
+    case AspathLayout::singleSeg: {
         auto* seg = reinterpret_cast<const StoredAsSegment*>(u);
         return {seg->isNull() ? nullptr : seg, seg->isNull() ? 0u : 1u};
+    }
+    default:
+        break;
     }
     AsSegmentRun confed(reinterpret_cast<const StoredAsSegment*>(u + 2), u[0]);
     return {confed.endPtr(), u[1]};
@@ -43,8 +51,14 @@ AsSegmentRun AspathAttrCanonical::path() const noexcept {
 
 std::span<const uint8_t> AspathAttrCanonical::storedBytes() const noexcept {
     const uint8_t* begin = storedBegin();
-    if (form() == AspathForm::singleSeg)
+    switch (layout()) {
+    case AspathLayout::bareSequence:
+        return {begin, 2 * size_t(bareCount())};
+    case AspathLayout::singleSeg:
         return {begin, reinterpret_cast<const StoredAsSegment*>(begin)->storedBytes()};
+    default:
+        break;
+    }
     const uint8_t* end = reinterpret_cast<const uint8_t*>(path().endPtr());
     return {begin, size_t(end - begin)};
 }
@@ -58,13 +72,22 @@ size_t AspathAttrCanonical::extraBytesFor(size_t bytes) noexcept {
     return need > sizeof(AspathAttrCanonical) ? need - sizeof(AspathAttrCanonical) : 0;
 }
 
+uint32_t AspathAttrCanonical::bareCount() const noexcept {
+    size_t block = MelStash::StoreManager::instance().blockSize(this);
+    const uint16_t* u = storedUnits();
+    uint32_t n = uint32_t((block - headerBytes) / 2);
+    while (u[n - 1] == AsNumbers::escape) // the first unit is a number: the loop stops there
+        --n;
+    return n;
+}
+
 uint32_t AspathAttrCanonical::hash() const {
-    return aspathAttrCanonicalHash(form(), storedBytes());
+    return aspathAttrCanonicalHash(layout(), storedBytes());
 }
 
 bool AspathAttrCanonical::compare(const Keel::DedupHandleBase* other) const {
     auto* o = dynamic_cast<const AspathAttrCanonical*>(other);
-    if (!o || o->form() != form()) return false;
+    if (!o || o->layout() != layout()) return false;
     std::span<const uint8_t> a = storedBytes(), b = o->storedBytes();
     return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size()) == 0;
 }
@@ -75,7 +98,7 @@ bool AspathAttrCanonical::compareByContent(const Keel::DedupContentHandle& conte
 
 bool AspathAttrCanonical::compareByContent(
     const AspathAttrCanonicalContent& content) const noexcept {
-    if (content.form() != form()) return false;
+    if (content.layout() != layout()) return false;
     std::span<const uint16_t> w = content.storedUnits();
     // Compare the stored region word by word without walking it first: the content's words are
     // a well-formed region, so a mismatch is found no later than the object's own end.
@@ -85,26 +108,34 @@ bool AspathAttrCanonical::compareByContent(
 
 AspathAttrCanonical* AspathAttrCanonical::make(const AspathAttrCanonicalContent& content) {
     std::span<const uint16_t> units = content.storedUnits();
-    MelStash::ExtraBytes extra{extraBytesFor(units.size_bytes())};
+    const AspathLayout layout = content.layout();
+    size_t bytes = units.size_bytes();
+    // A bare sequence takes its whole block (8-byte steps at these sizes) and pads it.
+    if (layout == AspathLayout::bareSequence)
+        bytes = ((headerBytes + bytes + 7) & ~size_t(7)) - headerBytes;
+    MelStash::ExtraBytes extra{extraBytesFor(bytes)};
     AspathAttrCanonical* p = nullptr;
-    switch (content.form()) {
-    case AspathForm::singleSeg:
+    switch (layout) {
+    case AspathLayout::singleSeg:
         p = new (extra) AspathAttrCanonicalSingleSeg();
         break;
-    case AspathForm::withPathVector:
+    case AspathLayout::bareSequence:
+        p = new (extra) AspathAttrCanonicalBareSequence();
+        break;
+    case AspathLayout::withPathVector:
         p = new (extra) AspathAttrCanonicalWithPathVector();
         break;
-    case AspathForm::withConfed:
+    case AspathLayout::withConfed:
         p = new (extra) AspathAttrCanonicalWithConfed();
         break;
     }
     p->storedIs(units);
+    if (layout == AspathLayout::bareSequence) {
+        auto* pad = const_cast<uint16_t*>(p->storedUnits()) + units.size();
+        std::fill(pad, pad + (bytes - units.size_bytes()) / 2, AsNumbers::escape);
+        ORV_ASSERT(MelStash::StoreManager::instance().blockSize(p) == headerBytes + bytes);
+    }
     return p;
-}
-
-const StoredAsSegment* AspathAttrCanonicalSingleSeg::segment() const noexcept {
-    auto* seg = reinterpret_cast<const StoredAsSegment*>(storedUnits());
-    return seg->isNull() ? nullptr : seg;
 }
 
 Mel::PtrConst<AspathAttrCanonicalSingleSeg>
@@ -159,7 +190,13 @@ void AspathAttrCanonicalContent::add(bool confed, AsSegmentType type, const Rang
         units_.insert(units_.begin() + confedEnd_, segment_.begin(), segment_.end());
         confedEnd_ += segment_.size();
     } else {
+        size_t before = units_.size();
         StoredAsSegment::append(units_, type, as);
+        // One header unit and one unit per number: no escapes, a short count.
+        if (pathCount_ == 0)
+            firstPathBare_ = type == AsSegmentType::asSequence_ && !as.empty() &&
+                             as.size() <= AspathAttrCanonicalBareSequence::maxCount &&
+                             units_.size() - before == as.size() + 1;
     }
     ++count;
     units_[0] = uint16_t(confedCount_);
@@ -198,11 +235,19 @@ AspathForm AspathAttrCanonicalContent::form() const noexcept {
     return pathCount_ <= 1 ? AspathForm::singleSeg : AspathForm::withPathVector;
 }
 
+AspathLayout AspathAttrCanonicalContent::layout() const noexcept {
+    AspathForm f = form();
+    if (f == AspathForm::singleSeg && pathCount_ == 1 && confedCount_ == 0 && firstPathBare_)
+        return AspathLayout::bareSequence;
+    return AspathLayout(f);
+}
+
 std::span<const uint16_t> AspathAttrCanonicalContent::storedUnits() const noexcept {
     switch (form()) {
     case AspathForm::singleSeg:
         ORV_ASSERT(confedCount_ == 0 && pathCount_ <= 1);
         if (pathCount_ == 0) return nullSegmentUnit;
+        if (firstPathBare_) return {units_.data() + 3, units_.size() - 3}; // no segment header
         return {units_.data() + 2, units_.size() - 2};
     case AspathForm::withPathVector:
         ORV_ASSERT(confedCount_ == 0);
@@ -215,7 +260,7 @@ std::span<const uint16_t> AspathAttrCanonicalContent::storedUnits() const noexce
 
 uint32_t AspathAttrCanonicalContent::hash() const noexcept {
     std::span<const uint16_t> w = storedUnits();
-    return aspathAttrCanonicalHash(form(),
+    return aspathAttrCanonicalHash(layout(),
                                    {reinterpret_cast<const uint8_t*>(w.data()), w.size_bytes()});
 }
 
@@ -225,11 +270,12 @@ void AspathAttrCanonicalContent::clear() noexcept {
     confedCount_ = 0;
     pathCount_ = 0;
     form_ = 0;
+    firstPathBare_ = false;
 }
 
-uint32_t aspathAttrCanonicalHash(AspathForm form, std::span<const uint8_t> stored) noexcept {
+uint32_t aspathAttrCanonicalHash(AspathLayout layout, std::span<const uint8_t> stored) noexcept {
     Keel::HashMix m(0);
-    m.hashMix(uint8_t(form));
+    m.hashMix(uint8_t(layout));
     m.hashMix(Keel::hashBytes(stored.data(), stored.size()));
     return m.result();
 }

@@ -24,23 +24,44 @@ namespace Routing::Bgp {
 // confederation segments, WithPathVector otherwise.
 enum class AspathForm : uint8_t { singleSeg = 1, withPathVector = 2, withConfed = 3 };
 
-// A run of stored segments that follow one another in their path's allocation.
+// How a path's stored region is laid out: as its form, or (bareSequence) as a SingleSeg path whose
+// one AS_SEQUENCE is stored without its segment header. Hashing and equality tell layouts apart.
+enum class AspathLayout : uint8_t {
+    singleSeg = 1,
+    withPathVector = 2,
+    withConfed = 3,
+    bareSequence = 4
+};
+
+// The segments of one list of a path, read in order as AsSegmentRef values: a run of stored
+// segments that follow one another in their path's allocation, or the one AS_SEQUENCE of a path
+// stored without its segment header (a bare sequence, see AspathAttrCanonicalBareSequence).
 class AsSegmentRun {
 public:
     class iterator {
     public:
         using iterator_category = std::forward_iterator_tag;
-        using value_type = StoredAsSegment;
+        using value_type = AsSegmentRef;
         using difference_type = std::ptrdiff_t;
-        using pointer = const StoredAsSegment*;
-        using reference = const StoredAsSegment&;
+        using pointer = void;
+        using reference = AsSegmentRef;
 
         iterator() noexcept = default;
         iterator(const StoredAsSegment* p, uint32_t left) noexcept : p_(p), left_(left) {}
-        reference operator*() const noexcept { return *p_; }
-        pointer operator->() const noexcept { return p_; }
+        iterator(const uint16_t* bareUnits, uint32_t left, uint32_t bareCount) noexcept
+            : p_(bareUnits), left_(left), bareCount_(bareCount) {}
+        AsSegmentRef operator*() const noexcept {
+            if (bareCount_)
+                return {AsSegmentType::asSequence_,
+                        AsNumbers::packed(static_cast<const uint16_t*>(p_), bareCount_)};
+            return *stored();
+        }
+        // The stored segment the iterator is at; null in a bare sequence.
+        const StoredAsSegment* stored() const noexcept {
+            return bareCount_ ? nullptr : static_cast<const StoredAsSegment*>(p_);
+        }
         iterator& operator++() noexcept {
-            p_ = p_->next();
+            p_ = bareCount_ ? nullptr : stored()->next();
             --left_;
             return *this;
         }
@@ -53,26 +74,43 @@ public:
         bool operator==(const iterator& o) const noexcept { return left_ == o.left_; }
 
     private:
-        const StoredAsSegment* p_ = nullptr;
+        const void* p_ = nullptr;
         uint32_t left_ = 0;
+        uint32_t bareCount_ = 0; // AS numbers of a bare sequence; 0 for stored segments
     };
 
     AsSegmentRun() noexcept = default;
     AsSegmentRun(const StoredAsSegment* first, uint32_t count) noexcept
         : first_(first), count_(count) {}
+    // The one segment of a bare sequence: count AS numbers of one unit each at units.
+    static AsSegmentRun bareSequence(const uint16_t* units, uint32_t count) noexcept {
+        AsSegmentRun r;
+        r.first_ = units;
+        r.count_ = 1;
+        r.bareCount_ = count;
+        return r;
+    }
 
-    // The first stored segment (the run's stored pointer); null for an empty run of a SingleSeg.
-    const StoredAsSegment* first() const noexcept { return first_; }
+    // The first stored segment (the run's stored pointer); null for an empty run of a SingleSeg
+    // and for a bare sequence, which has no stored segment.
+    const StoredAsSegment* first() const noexcept {
+        return bareCount_ ? nullptr : static_cast<const StoredAsSegment*>(first_);
+    }
+    bool bare() const noexcept { return bareCount_ != 0; }
     uint32_t size() const noexcept { return count_; }
     bool empty() const noexcept { return count_ == 0; }
-    iterator begin() const noexcept { return {first_, count_}; }
-    iterator end() const noexcept { return {nullptr, 0}; }
-    // Just past the last segment: where the next run starts.
+    iterator begin() const noexcept {
+        if (bareCount_) return {static_cast<const uint16_t*>(first_), count_, bareCount_};
+        return {first(), count_};
+    }
+    iterator end() const noexcept { return {}; }
+    // Just past the last segment: where the next run starts (runs of stored segments only).
     const StoredAsSegment* endPtr() const noexcept;
 
 private:
-    const StoredAsSegment* first_ = nullptr;
+    const void* first_ = nullptr;
     uint32_t count_ = 0;
+    uint32_t bareCount_ = 0;
 };
 
 class AspathAttrCanonicalContent;
@@ -82,8 +120,10 @@ class AspathAttrCanonicalContent;
 // 12-byte object header, in 16-bit units (StoredAsSegment), so a one-segment path of n AS numbers
 // below 65535 takes 14 + 2n bytes (rounded up to 8: five numbers in 24 bytes, nine in 32).
 // Layout after the header: SingleSeg holds one StoredAsSegment (the null segment when the path is
-// empty); the other forms hold two units (confederation segment count, ordinary segment count)
-// and then the confederation segments and the ordinary segments.
+// empty), or is a bare sequence (AspathAttrCanonicalBareSequence: the numbers alone, which saves
+// the block a two-byte header would push a path into); the other forms hold two units
+// (confederation segment count, ordinary segment count) and then the confederation segments and
+// the ordinary segments.
 // The hash is not cached; it is XXH3 over that stored region, cheap to recompute when the table
 // grows.
 // All three forms are counted together in the store's figures, under AspathAttrCanonical.
@@ -94,7 +134,11 @@ public:
     // The object header: virtual table pointer and reference-count word.
     static constexpr size_t headerBytes = sizeof(void*) + sizeof(uint32_t);
 
-    virtual AspathForm form() const noexcept = 0;
+    virtual AspathLayout layout() const noexcept = 0;
+    AspathForm form() const noexcept {
+        AspathLayout l = layout();
+        return l == AspathLayout::bareSequence ? AspathForm::singleSeg : AspathForm(l);
+    }
 
     AsSegmentRun confedPath() const noexcept;
     AsSegmentRun path() const noexcept;
@@ -127,13 +171,13 @@ protected:
     void storedIs(std::span<const uint16_t> units) noexcept;
     // The bytes to allocate beyond sizeof for a stored region of `bytes`.
     static size_t extraBytesFor(size_t bytes) noexcept;
+    // The AS numbers of a bare sequence: the units that fill the block, less the 0xffff padding.
+    uint32_t bareCount() const noexcept;
 };
 
 class AspathAttrCanonicalSingleSeg : public AspathAttrCanonical {
 public:
-    AspathForm form() const noexcept override { return AspathForm::singleSeg; }
-    // The one segment, or null for the empty path.
-    const StoredAsSegment* segment() const noexcept;
+    AspathLayout layout() const noexcept override { return AspathLayout::singleSeg; }
 
     // A fresh path (not interned) of this form; segment may be null (empty path).
     static Mel::PtrConst<AspathAttrCanonicalSingleSeg> create(const AsSegment* segment);
@@ -143,9 +187,24 @@ protected:
     AspathAttrCanonicalSingleSeg() noexcept = default;
 };
 
+// The SingleSeg form of the commonest path: one AS_SEQUENCE of 1 to maxCount numbers, each below
+// 65520 (one unit). Its units alone follow the header and fill the store block; the units left
+// over at the end (at most three: blocks come in 8-byte steps up to 1 KiB) hold 0xffff, which no
+// such number takes, so the count is read from the block size. Nothing else about the path
+// changes: it is the SingleSeg form to every reader.
+class AspathAttrCanonicalBareSequence final : public AspathAttrCanonicalSingleSeg {
+public:
+    static constexpr uint32_t maxCount = 500;
+    AspathLayout layout() const noexcept override { return AspathLayout::bareSequence; }
+
+protected:
+    friend class AspathAttrCanonical;
+    AspathAttrCanonicalBareSequence() noexcept = default;
+};
+
 class AspathAttrCanonicalWithPathVector : public AspathAttrCanonical {
 public:
-    AspathForm form() const noexcept override { return AspathForm::withPathVector; }
+    AspathLayout layout() const noexcept override { return AspathLayout::withPathVector; }
 
     static Mel::PtrConst<AspathAttrCanonicalWithPathVector> create(const AsSegmentVector& path);
 
@@ -156,7 +215,7 @@ protected:
 
 class AspathAttrCanonicalWithConfed : public AspathAttrCanonicalWithPathVector {
 public:
-    AspathForm form() const noexcept override { return AspathForm::withConfed; }
+    AspathLayout layout() const noexcept override { return AspathLayout::withConfed; }
 
     static Mel::PtrConst<AspathAttrCanonicalWithConfed> create(const AsSegmentVector& confedPath,
                                                                const AsSegmentVector& path);
@@ -167,6 +226,7 @@ protected:
 };
 
 static_assert(sizeof(AspathAttrCanonicalSingleSeg) == sizeof(AspathAttrCanonical) &&
+              sizeof(AspathAttrCanonicalBareSequence) == sizeof(AspathAttrCanonical) &&
               sizeof(AspathAttrCanonicalWithConfed) == sizeof(AspathAttrCanonical) &&
               AspathAttrCanonical::headerBytes == 12);
 
@@ -200,10 +260,12 @@ public:
     // when the form is used).
     void formIs(AspathForm form) noexcept { form_ = uint8_t(form); }
     AspathForm form() const noexcept;
+    // The form, or bareSequence when a SingleSeg path's segment qualifies.
+    AspathLayout layout() const noexcept;
 
     uint32_t confedSegmentCount() const noexcept { return confedCount_; }
     uint32_t segmentCount() const noexcept { return pathCount_; }
-    // The stored region of an AspathAttrCanonical of form().
+    // The stored region of an AspathAttrCanonical of layout().
     std::span<const uint16_t> storedUnits() const noexcept;
     uint32_t hash() const noexcept;
     void clear() noexcept;
@@ -219,11 +281,12 @@ private:
     size_t confedEnd_ = 2; // index of the first ordinary segment's unit
     uint32_t confedCount_ = 0;
     uint32_t pathCount_ = 0;
-    uint8_t form_ = 0; // 0: picked from the segments
+    uint8_t form_ = 0;           // 0: picked from the segments
+    bool firstPathBare_ = false; // the first ordinary segment may be stored as a bare sequence
 };
 
-// The hash an AS path of `form` with the stored region `words` has.
-uint32_t aspathAttrCanonicalHash(AspathForm form, std::span<const uint8_t> stored) noexcept;
+// The hash an AS path of `layout` with the stored region `stored` has.
+uint32_t aspathAttrCanonicalHash(AspathLayout layout, std::span<const uint8_t> stored) noexcept;
 
 class AspathAttrCanonicalDedupTable : public Keel::DedupTable<AspathAttrCanonical> {
 public:

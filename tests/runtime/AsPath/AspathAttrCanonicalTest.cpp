@@ -22,9 +22,9 @@ namespace {
 
 std::vector<std::string> segmentsOf(AsSegmentRun run) {
     std::vector<std::string> out;
-    for (const StoredAsSegment& s : run) {
+    for (AsSegmentRef s : run) {
         std::string t = std::to_string(s.segmentType().value()) + ":";
-        for (Orvnet::AutonomousSystem a : s.as())
+        for (Orvnet::AutonomousSystem a : s.as)
             t += " " + std::to_string(a.value());
         out.push_back(t);
     }
@@ -66,10 +66,6 @@ TEST(AspathAttrCanonical, BuilderPicksFormAndKeepsReceivedOrder) {
         EXPECT_EQ(p->hash(), aspathContent(c.text).hash());
         EXPECT_EQ(p->empty(), c.confed.empty() && c.path.empty());
     }
-    auto single = aspath("100 200");
-    EXPECT_EQ(static_cast<const AspathAttrCanonicalSingleSeg&>(*single).segment(),
-              single->path().first());
-    EXPECT_EQ(static_cast<const AspathAttrCanonicalSingleSeg&>(*aspath("-")).segment(), nullptr);
 }
 
 // The same segments in another form, or one AS number apart, are other paths.
@@ -96,26 +92,48 @@ TEST(AspathAttrCanonical, FormAndEveryAsNumberTakePartInEquality) {
 
 // Numbers below 65520 take one 16-bit unit, those below 983040 two and the rest three, in one
 // allocation with the path: every number reads back, at each escape boundary and past the 13-bit
-// count of a segment header.
+// count of a segment header. A lone AS_SEQUENCE of one-unit numbers (up to 500) goes without its
+// segment header, its count read back from the block; anything else keeps the header.
 TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
     auto& stats = AspathAttrCanonical::melStashTypeStats();
     struct Case {
+        AsSegmentType type;
         std::vector<uint32_t> as;
-        size_t units; // after the 12-byte header: the segment header, then the numbers
+        size_t units; // after the 12-byte header: the segment header if any, then the numbers
+        bool bare;
+    };
+    auto upTo = [](uint32_t n, uint32_t first = 1) {
+        std::vector<uint32_t> v(n);
+        for (uint32_t k = 0; k < n; ++k)
+            v[k] = first + k;
+        return v;
     };
     std::vector<uint32_t> longest(8191 + 3);
     for (size_t k = 0; k < longest.size(); ++k)
         longest[k] = k % 3 ? uint32_t(k) : 4200000000u + uint32_t(k); // 2732 numbers of 3 units
+    const AsSegmentType seq = AsSegmentType::asSequence_, set = AsSegmentType::asSet_;
     const std::vector<Case> cases = {
-        {{}, 1},
-        {{1, 2, 3, 4, 5}, 6},
-        {{0, 65519, 65520, 65535, 65536, 983039, 983040, 4294967295u}, 1 + 2 + 2 * 4 + 3 * 2},
-        {longest, 3 + 8194 - 2732 + 2732 * 3},
+        {seq, {}, 1, false},
+        {seq, {7}, 1, true},
+        {seq, {1, 2}, 2, true}, // 16 bytes: the header would take it to 24
+        {seq, upTo(3, 65517), 3, true},
+        {seq, upTo(5), 5, true},
+        {seq, upTo(6), 6, true}, // 24 bytes, not 32
+        {seq, upTo(500), 500, true},
+        {seq, upTo(501), 502, false},
+        {seq, {1, 65520}, 1 + 1 + 2, false},
+        {set, {1, 2}, 3, false},
+        {AsSegmentType::asConfedSequence_, {1, 2}, 2 + 3, false}, // WithConfed: two counts first
+        {seq,
+         {0, 65519, 65520, 65535, 65536, 983039, 983040, 4294967295u},
+         1 + 2 + 2 * 4 + 3 * 2,
+         false},
+        {seq, longest, 3 + 8194 - 2732 + 2732 * 3, false},
     };
     for (const Case& k : cases) {
-        SCOPED_TRACE(k.as.size());
+        SCOPED_TRACE(std::to_string(k.type.value()) + ": " + std::to_string(k.as.size()));
         AspathAttrCanonicalContent c;
-        c.segmentAdd(AsSegmentType::asSequence_, std::span<const uint32_t>(k.as));
+        c.segmentAdd(k.type, std::span<const uint32_t>(k.as));
         int64_t objects = stats.objects.load(), bytes = stats.bytes.load();
         auto p = aspathAttrCanonicalFactory(c);
         ASSERT_EQ(stats.objects.load(), objects + 1);
@@ -125,14 +143,26 @@ TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
         if (block <= 1024) {
             EXPECT_LT(block, 12 + 2 * k.units + 8);
         }
-        ASSERT_EQ(p->segmentCount(), 1u);
-        const StoredAsSegment& seg = *p->path().first();
+        EXPECT_EQ(p->layout() == AspathLayout::bareSequence, k.bare);
+        EXPECT_EQ(p->storedBytes().size(), 2 * k.units);
+        EXPECT_EQ(p->hash(), c.hash());
+        EXPECT_TRUE(p->compareByContent(c));
+        AsSegmentRun run = k.type.isConfed() ? p->confedPath() : p->path();
+        ASSERT_EQ(run.size(), 1u);
+        AsSegmentRef seg = *run.begin();
+        EXPECT_EQ(seg.segmentType(), k.type);
         EXPECT_EQ(seg.asCount(), k.as.size());
-        EXPECT_EQ(seg.storedBytes(), 2 * k.units);
         std::vector<uint32_t> back;
-        for (Orvnet::AutonomousSystem a : seg.as())
+        for (Orvnet::AutonomousSystem a : seg.as)
             back.push_back(a.value());
         EXPECT_EQ(back, k.as);
+        if (k.type.isConfed()) continue;
+        // The same numbers in another form (with its headers) are another object.
+        AspathAttrCanonicalContent headed = c;
+        headed.formIs(AspathForm::withConfed);
+        auto other = aspathAttrCanonicalFactory(headed);
+        EXPECT_NE(other.get(), p.get());
+        EXPECT_FALSE(other->compare(p.get()));
     }
 }
 

@@ -243,9 +243,9 @@ Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
     if (k.type == PeerType::external) add(std::to_string(k.confedId ? k.confedId : k.ourAs));
     if (k.type == PeerType::confed) add("(" + std::to_string(k.ourAs) + ")");
     auto segments = [&](const AsSegmentRun& run) {
-        for (const StoredAsSegment& seg : run) {
+        for (AsSegmentRef seg : run) {
             std::string numbers;
-            for (Orvnet::AutonomousSystem as : seg.as())
+            for (Orvnet::AutonomousSystem as : seg.as)
                 numbers += (numbers.empty() ? "" : " ") + std::to_string(as.value());
             switch (seg.segmentType().value()) {
             case 1:

@@ -101,7 +101,7 @@ TEST(CensusSynthetic, ShapeFollowsTheMeasuredProfile) {
             withMed += c.medSpecified();
             asPaths.insert(c.aspathAttr());
             uint32_t n = 0;
-            for (const StoredAsSegment& seg : c.aspathAttr()->path())
+            for (AsSegmentRef seg : c.aspathAttr()->path())
                 n += seg.asCount();
             hops += n;
         });
