@@ -68,9 +68,12 @@ size_t heapBytes() {
 }
 
 // Distinct paths: the first AS number differs, the rest look like real paths.
-void pathAs(uint32_t i, size_t n, uint32_t* out) {
-    out[0] = 200000 + i;
-    for (size_t k = 1; k < n; ++k)
+// Path i of n numbers: distinct for every i, the first number a 4-byte one unless twoByte (then
+// all fit two bytes and the first two carry i).
+void pathAs(uint32_t i, size_t n, uint32_t* out, bool twoByte = false) {
+    out[0] = twoByte ? 1000 + i % 60000 : 200000 + i;
+    if (twoByte) out[1] = 1000 + i / 60000;
+    for (size_t k = twoByte ? 2 : 1; k < n; ++k)
         out[k] = 1000 + uint32_t((i * 2654435761u >> (k % 16)) % 60000);
 }
 
@@ -199,9 +202,11 @@ void BM_AspathSerializeExternal4Byte(benchmark::State& state) {
 BENCHMARK(BM_AspathSerializeExternal4Byte);
 
 // Interning a path that is already interned, from its decoded AS numbers (what a receive path
-// does for every UPDATE), against building the plain path and finding it in the plain set.
+// does for every UPDATE), against building the plain path and finding it in the plain set; with
+// twoByte:1 every number fits two bytes (the paths a table mostly holds, stored bare).
 void BM_AspathInternExisting(benchmark::State& state) {
     const size_t count = size_t(state.range(0)), n = 5;
+    const bool twoByte = state.range(1) != 0;
     AspathAttrCanonicalDedupTable table("AspathBenchDedupTable");
     std::vector<Mel::PtrConst<AspathAttrCanonical>> held;
     PlainSet set;
@@ -209,7 +214,7 @@ void BM_AspathInternExisting(benchmark::State& state) {
     std::vector<uint32_t> all(count * n);
     AspathAttrCanonicalContent c;
     for (uint32_t i = 0; i < count; ++i) {
-        pathAs(i, n, &all[i * n]);
+        pathAs(i, n, &all[i * n], twoByte);
         c.clear();
         c.segmentAdd(AsSegmentType::asSequence_, std::span<const uint32_t>(&all[i * n], n));
         held.push_back(table.findOrCreate(c));
@@ -237,6 +242,9 @@ void BM_AspathInternExisting(benchmark::State& state) {
     }
     pair.report(state);
 }
-BENCHMARK(BM_AspathInternExisting)->Arg(10000)->Arg(1000000)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AspathInternExisting)
+    ->ArgNames({"paths", "twoByte"})
+    ->ArgsProduct({{10000, 1000000}, {0, 1}})
+    ->Unit(benchmark::kMillisecond);
 
 } // namespace

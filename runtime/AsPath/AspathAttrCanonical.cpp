@@ -73,7 +73,7 @@ size_t AspathAttrCanonical::extraBytesFor(size_t bytes) noexcept {
 }
 
 uint32_t AspathAttrCanonical::bareCount() const noexcept {
-    size_t block = MelStash::StoreManager::instance().blockSize(this);
+    size_t block = MelStash::StoreManager::smallBlockSize(this); // 1 KiB at most
     const uint16_t* u = storedUnits();
     uint32_t n = uint32_t((block - headerBytes) / 2);
     while (u[n - 1] == AsNumbers::escape) // the first unit is a number: the loop stops there

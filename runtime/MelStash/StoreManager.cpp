@@ -32,7 +32,7 @@ namespace MelStash {
 
 namespace {
 
-constexpr size_t pageShift = 16; // 64 KiB pages carry the size class of their blocks
+constexpr size_t pageShift = StoreManager::pageShift;
 constexpr size_t pageSize = size_t(1) << pageShift;
 constexpr size_t commitChunk = size_t(4) << 20;
 constexpr size_t smallLimit = 1024;
@@ -138,6 +138,7 @@ StoreManager::StoreManager() : impl_(new Impl) {
                        MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
     ORV_ASSERT(table != MAP_FAILED);
     impl_->pageClass = static_cast<uint8_t*>(table);
+    pageClass_ = impl_->pageClass;
 }
 
 void* StoreManager::allocate(size_t size, TypeStats& stats) {

@@ -57,6 +57,12 @@ public:
     void deallocate(void* p, TypeStats& stats) noexcept;
     // Usable size of the block p (its size class).
     size_t blockSize(const void* p) const noexcept;
+    // The same for a block known to be at most 1 KiB (the 8-byte-step classes), from the page
+    // table alone: what a hot path that reads an object's length from its block can afford.
+    static size_t smallBlockSize(const void* p) noexcept {
+        return size_t(pageClass_[size_t(static_cast<const char*>(p) - base_) >> pageShift]) * 8;
+    }
+    static constexpr unsigned pageShift = 16; // 64 KiB pages carry the size class of their blocks
 
     static uint32_t compress(const void* p) noexcept {
         return p ? static_cast<uint32_t>((static_cast<const char*>(p) - base_) >> 3) : 0;
@@ -85,6 +91,7 @@ private:
     Impl* impl_;
     static inline char* base_ = nullptr;
     static inline size_t reserved_ = 0;
+    static inline const uint8_t* pageClass_ = nullptr; // class + 1 per page, 0 for none
     std::atomic<size_t> committed_{0};
 };
 
