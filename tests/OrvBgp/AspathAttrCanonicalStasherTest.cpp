@@ -2,7 +2,7 @@
 
 #include "Mel/Exception.h"
 #include "OrvBgp/AspathTestHelpers.h"
-#include "Tracelet/Tracelet.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -148,17 +148,15 @@ TEST(AspathAttrCanonicalStasher, SequencesChunkAt255) {
               "4002fe");
 }
 
-TEST(AspathAttrCanonicalStasherDeathTest, SetOfMoreThan255CannotBeWritten) {
+// A set of more than 255 cannot be written; a stored class without a reader.
+TEST(AspathAttrCanonicalStasherDeathTest, Preconditions) {
     auto p = aspath("{" + asRun(1, 256) + "}");
     EXPECT_DEATH(valueHex(p.get()), "OrvBgp/AspathAttrCanonicalStasher: .*elements <= 0xff");
     auto confedSet = aspath("[" + asRun(1, 256) + "]");
     EXPECT_DEATH(valueHex(confedSet.get()), "elements <= 0xff");
-}
-
-TEST(AspathAttrCanonicalStasherDeathTest, NoReaderForTheStoredClass) {
     // Built in the store like any path, but its class has no reader.
     auto* raw = new (MelStash::ExtraBytes{4}) UnregisteredAspath();
-    Mel::Ptr<UnregisteredAspath> p(raw);
+    Mel::Ptr<UnregisteredAspath> held(raw);
     EXPECT_DEATH(AspathAttrCanonicalStasher::destash(raw, store()), "nullptr != reader");
     EXPECT_DEATH(strep(raw), "nullptr != reader");
     EXPECT_DEATH(valueHex(raw), "nullptr != reader");
@@ -219,17 +217,13 @@ TEST(AspathAttrCanonicalStasher, UnknownStoredSegmentTypes) {
 }
 
 TEST(AspathAttrCanonicalStasher, SerializingTracesAtLevel5) {
-    std::vector<std::string> lines;
-    Tracelet::ScopedSink sink([&](std::string_view t) { lines.emplace_back(t); });
-    int before = Tracelet::orvBgp().level();
-    Tracelet::orvBgp().levelIs(5);
+    OrvTest::TraceCapture trace(5);
     Mel::Bytes traced =
         AspathAttrCanonicalStasher::stashSerialize(aspath("100").get(), store(), true);
     Tracelet::orvBgp().levelIs(4);
     Mel::Bytes quiet =
         AspathAttrCanonicalStasher::stashSerialize(aspath("100").get(), store(), true);
-    Tracelet::orvBgp().levelIs(before);
-    EXPECT_EQ(lines, std::vector<std::string>{
-                         "Serializing: AspathAttrCanonicalStasher::stashSerialize()"});
+    EXPECT_EQ(trace.lines, std::vector<std::string>{
+                               "Serializing: AspathAttrCanonicalStasher::stashSerialize()"});
     EXPECT_EQ(traced, quiet);
 }
