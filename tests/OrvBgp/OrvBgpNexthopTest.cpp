@@ -502,13 +502,6 @@ TEST(GenNexthopDeathTest, BaseTableNeverHandsOutUniqueIdentifiers) {
     TestNexthopTable::forceId(nh.get(), GenNexthopIdAllocator::noId());
 }
 
-TEST(GenNexthopDeathTest, InterningThatYieldsNothingStops) {
-    TestNexthopTable table;
-    TestNexthop::dedupReturnsNull = true;
-    EXPECT_DEATH(table.intern(5), dies("dedupHandle"));
-    TestNexthop::dedupReturnsNull = false;
-}
-
 TEST(GenNexthopDeathTest, OperationsAKindMustProvide) {
     TestNexthopTable table;
     auto nh = table.intern(5);
@@ -540,14 +533,29 @@ TEST(GenNexthopDeathTest, OperationsAKindMustProvide) {
     EXPECT_EQ(table.getLocalRouteNexthop({}, {}, {}), nullptr);
 }
 
-TEST(GenNexthopDeathTest, AssertComparable) {
+// Interning that yields nothing, comparing with another kind, cloning from a source not interned
+// or of another kind, reading back a class without a reader.
+TEST(GenNexthopDeathTest, InterningComparingCloningAndReadingBack) {
     TestNexthopTable table;
+    TestNexthop::dedupReturnsNull = true;
+    EXPECT_DEATH(table.intern(5), dies("dedupHandle"));
+    TestNexthop::dedupReturnsNull = false;
+
     auto nh = table.intern(5);
     Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
     nh->assertComparable(table.intern(6).get());
-    const std::string text = dies("other != nullptr && typeid(*this) == typeid(*other)");
-    EXPECT_DEATH(nh->assertComparable(other.get()), text);
-    EXPECT_DEATH(nh->assertComparable(nullptr), text);
+    const std::string comparable = dies("other != nullptr && typeid(*this) == typeid(*other)");
+    EXPECT_DEATH(nh->assertComparable(other.get()), comparable);
+    EXPECT_DEATH(nh->assertComparable(nullptr), comparable);
+
+    Mel::Ptr<TestNexthop> dst(new TestNexthop(5));
+    Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
+    dst->cloneFrom(nh.get());
+    EXPECT_DEATH(dst->cloneFrom(nullptr), dies("src != nullptr"));
+    EXPECT_DEATH(dst->cloneFrom(fresh.get()), dies("src->isDeduped()"));
+    EXPECT_DEATH(other->cloneFrom(nh.get()), dies("srcT && dstT && srcT == dstT"));
+
+    EXPECT_DEATH(GenNexthop::destash(other.get(), nullptr), dies("nullptr != reader"));
 }
 
 // ---- Cloning
@@ -581,18 +589,6 @@ TEST_F(GenNexthopTest, CloneCopiesWritableAttributesAndTracesEachDecision) {
                            }));
 }
 
-TEST(GenNexthopDeathTest, CloneFromNeedsAnInternedSourceOfTheSameKind) {
-    TestNexthopTable table;
-    auto src = table.intern(5);
-    Mel::Ptr<TestNexthop> dst(new TestNexthop(5));
-    Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
-    Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
-    dst->cloneFrom(src.get());
-    EXPECT_DEATH(dst->cloneFrom(nullptr), dies("src != nullptr"));
-    EXPECT_DEATH(dst->cloneFrom(fresh.get()), dies("src->isDeduped()"));
-    EXPECT_DEATH(other->cloneFrom(src.get()), dies("srcT && dstT && srcT == dstT"));
-}
-
 // ---- Reading back from the store
 
 TEST_F(GenNexthopTest, DestashBuildsAFreshEqualNexthopInTheStoredVrf) {
@@ -611,11 +607,6 @@ TEST_F(GenNexthopTest, DestashBuildsAFreshEqualNexthopInTheStoredVrf) {
     Mel::Ptr<TestNexthop> loose(new TestNexthop(6));
     EXPECT_EQ(GenNexthop::destash(loose.get(), nullptr)->toStrep(),
               "vrfNotAccessible;test(6);id=invalid");
-}
-
-TEST(GenNexthopDeathTest, DestashNeedsAReaderForTheStoredClass) {
-    Mel::Ptr<UnstashedNexthop> nh(new UnstashedNexthop(5));
-    EXPECT_DEATH(GenNexthop::destash(nh.get(), nullptr), dies("nullptr != reader"));
 }
 
 // ---- Binary trace and dumps
