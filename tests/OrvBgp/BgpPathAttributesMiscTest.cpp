@@ -117,7 +117,9 @@ TEST(Aggregator, TextForms) {
     EXPECT_EQ(Mel::valueFromStrep<AggregatorContent>(strep), a->content());
 }
 
-TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
+// An aggregator written under another type, or as AS4_AGGREGATOR to a 2-byte peer; a stored
+// class without a reader.
+TEST(MiscDeathTest, Preconditions) {
     auto a = aggregatorFactory(65001, id10001);
     EXPECT_DEATH(a->serialize(2, true, 0, 0),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc",
@@ -126,6 +128,9 @@ TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
     EXPECT_DEATH(a->serialize(18, false, 0, 0),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc",
                                   "BgpPathAttrType::as4Aggregator_ != type || fourByteAs"));
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
+    EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
+                 assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }
 
 TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
@@ -164,12 +169,6 @@ TEST(MiscDestash, ReadsBackTheInternedObject) {
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->stashSerialize(m.get()), m->serialize());
     EXPECT_EQ(reader->stashStrep(m.get()), m->toStrep());
-}
-
-TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
-    EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
-                 assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }
 
 } // namespace
