@@ -19,7 +19,6 @@ using OrvTest::hexOf;
 const Orvnet::IpAddr id10001 = Orvnet::IpAddr::fromString("10.0.0.1");
 
 // ---- Interning contract
-// --------------------------------------------------------------------------
 
 struct AigpTraits : InternTableDedupOf<AccumulatedIgpMetricDedupTable> {
     using Object = AccumulatedIgpMetric;
@@ -45,7 +44,6 @@ using MiscTypes = ::testing::Types<AigpTraits, AggregatorTraits>;
 INSTANTIATE_TYPED_TEST_SUITE_P(Misc, InternContract, MiscTypes);
 
 // ---- AIGP
-// ----------------------------------------------------------------------------------------
 
 TEST(AccumulatedIgpMetric, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("Aigp");
@@ -74,7 +72,6 @@ TEST(AccumulatedIgpMetric, TextFormRoundTrips) {
 }
 
 // ---- Aggregator
-// ----------------------------------------------------------------------------------
 
 TEST(Aggregator, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("Aggregator");
@@ -151,7 +148,6 @@ TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
 }
 
 // ---- Reading back from the store
-// -----------------------------------------------------------------
 
 TEST(MiscDestash, ReadsBackTheInternedObject) {
     auto* store = &MelStash::StoreManager::instance();

@@ -29,7 +29,6 @@ Mel::PtrConst<PmsiTunnelIdentifier> identifier(const std::string& hex) {
 }
 
 // ---- Interning contract
-// --------------------------------------------------------------------------
 
 struct IdentifierTraits : InternTableDedupOf<PmsiTunnelIdentifierDedupTable> {
     using Object = PmsiTunnelIdentifier;
@@ -165,7 +164,6 @@ TEST(PmsiTunnel, LabelKeepsTwentyBitsInIdentityTextAndWire) {
 }
 
 // ---- Wire forms
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("PmsiTunnel");
@@ -240,7 +238,6 @@ TEST(PmsiTunnel, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
 }
 
 // ---- Vocabulary
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, TunnelTypeNamesAndClasses) {
     int known = 0;
@@ -276,7 +273,6 @@ TEST(PmsiTunnel, MulticastTunnelTypeMapping) {
 }
 
 // ---- Text forms
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, DisplayForms) {
     auto ir = pmsiTunnelIngressReplicationFactory(Flags(0x80), 3, addr("10.0.0.1"));
@@ -386,7 +382,6 @@ TEST(PmsiTunnelContent, TunnelTypeOutOfRangeIsARangeError) {
 }
 
 // ---- Reading back from the store
-// -----------------------------------------------------------------
 
 TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
     auto* store = &MelStash::StoreManager::instance();
@@ -418,7 +413,6 @@ TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
 }
 
 // ---- Assertions
-// ----------------------------------------------------------------------------------
 
 // PIM addresses of one family, endpoint and root addresses, the opaque value of the base mLDP
 // class, a stored class without a reader.

@@ -26,7 +26,6 @@ Mel::PtrConst<Srv6ServiceTlv> srv6L3() {
 }
 
 // ---- Interning contract
-// --------------------------------------------------------------------------
 
 struct LabelIndexTraits : InternTableOf<LabelIndexTlvDedupTable> {
     using Object = LabelIndexTlv;
@@ -72,7 +71,6 @@ using SrTypes = ::testing::Types<LabelIndexTraits, SrgbTraits, PrefixSidTraits>;
 INSTANTIATE_TYPED_TEST_SUITE_P(SrTe, InternContract, SrTypes);
 
 // ---- Wire forms
-// ----------------------------------------------------------------------------------
 
 TEST(PrefixSid, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("PrefixSid");
@@ -132,7 +130,6 @@ TEST(PrefixSid, SerializeTracesEachPartAtLevelFive) {
 }
 
 // ---- Assertions
-// ----------------------------------------------------------------------------------
 
 // Members are interned before the attribute is hashed; SRGB values fit 24 bits.
 TEST(PrefixSidDeathTest, Preconditions) {
@@ -155,7 +152,6 @@ TEST(PrefixSidDeathTest, Preconditions) {
 }
 
 // ---- Contents and text forms
-// ---------------------------------------------------------------------
 
 TEST(PrefixSidContent, TruthAndRecycling) {
     PrefixSidContent c;
@@ -212,7 +208,6 @@ TEST(PrefixSid, DisplayForms) {
 }
 
 // ---- Building, interning and reading back
-// --------------------------------------------------------
 
 TEST(PrefixSid, DedupOfBuiltObjects) {
     Mel::Ptr<OriginatorSrgbTlv> built =
