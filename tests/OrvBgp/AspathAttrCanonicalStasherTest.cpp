@@ -13,6 +13,7 @@ using namespace Routing::Bgp;
 using MelStash::StoreManager;
 using OrvTest::aspath;
 using OrvTest::asRun;
+using OrvTest::sequenceHex;
 
 namespace {
 
@@ -26,21 +27,6 @@ std::string strep(const AspathAttrCanonical* p, bool asdot = false) {
 
 std::string valueHex(const AspathAttrCanonical* p) {
     return AspathAttrCanonicalStasher::stashSerialize(p, store(), false).toHex();
-}
-
-// The wire words of a sequence of AS numbers first..first+n-1 in 4-byte form, split as given.
-std::string sequenceHex(uint32_t first, std::vector<uint32_t> chunks, uint8_t type = 2) {
-    char buf[16];
-    std::string out;
-    for (uint32_t k : chunks) {
-        snprintf(buf, sizeof buf, "%02x%02x", type, k);
-        out += buf;
-        for (uint32_t i = 0; i < k; ++i) {
-            snprintf(buf, sizeof buf, "%08x", first++);
-            out += buf;
-        }
-    }
-    return out;
 }
 
 // A stasher-less form: what a class nobody registered a reader for looks like.
