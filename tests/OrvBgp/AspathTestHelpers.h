@@ -6,8 +6,8 @@
 #include "AsPath/AspathAttrCanonical.h"
 
 #include <cctype>
-#include <cstdio>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <string_view>
