@@ -2,9 +2,8 @@
 
 #include "Mel/Reflect.h"
 #include "MelStash/StoreManager.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 #include "Serialize/Serialize.h"
-#include "Tracelet/Tracelet.h"
-#include "support/TsharkHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -160,11 +159,9 @@ TEST(AddressNexthop, CloneIntoAnotherResolutionProfile) {
 
     std::vector<std::string> lines;
     {
-        Tracelet::ScopedSink sink([&](std::string_view l) { lines.emplace_back(l); });
-        int level = Tracelet::orvBgp().level();
-        Tracelet::orvBgp().levelIs(8);
+        OrvTest::TraceCapture trace(8);
         auto tunnel = plain->cloneAndSetResolutionRibProfile(ResolutionRibProfile(3));
-        Tracelet::orvBgp().levelIs(level);
+        lines = std::move(trace.lines);
         ASSERT_NE(tunnel, plain);
         EXPECT_EQ(tunnel->resolutionRibProfile(), ResolutionRibProfile(3));
         EXPECT_EQ(tunnel->addrOrNone(), plain->addrOrNone());
@@ -207,12 +204,14 @@ TEST(AddressNexthopDeathTest, ProfileIsContentAndFixedOnceInterned) {
     auto table = v4Table();
     auto nh = table.nexthop(addr("10.0.0.1"));
     auto* mutableNh = const_cast<AddressNexthop*>(nh.get());
+    auto dies = [](const char* text) {
+        return OrvTest::assertionPattern("OrvBgp/AddressNexthop", text);
+    };
     EXPECT_DEATH(mutableNh->resolutionRibProfileIs(ResolutionRibProfile(1)),
-                 "OrvBgp/AddressNexthop: .*Assertion `!everDeduped\\(\\)' failed");
+                 dies("!everDeduped()"));
     Mel::Ptr<AddressNexthop> fresh(new AddressNexthop(addr("10.0.0.1")));
     EXPECT_DEATH(fresh->resolutionRibProfileIs(ResolutionRibProfile(200)),
-                 "OrvBgp/AddressNexthop: .*Assertion `profile.id\\(\\) <= "
-                 "Routing::Rib::ResolutionRibProfile::maxId' failed");
+                 dies("profile.id() <= Routing::Rib::ResolutionRibProfile::maxId"));
 }
 
 // Two threads intern and release the same addresses with unique identifiers. While both hold every

@@ -2,7 +2,7 @@
 
 #include "Mel/Exception.h"
 #include "OrvBgp/AspathTestHelpers.h"
-#include "Tracelet/Tracelet.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -13,6 +13,7 @@ using namespace Routing::Bgp;
 using MelStash::StoreManager;
 using OrvTest::aspath;
 using OrvTest::asRun;
+using OrvTest::sequenceHex;
 
 namespace {
 
@@ -26,21 +27,6 @@ std::string strep(const AspathAttrCanonical* p, bool asdot = false) {
 
 std::string valueHex(const AspathAttrCanonical* p) {
     return AspathAttrCanonicalStasher::stashSerialize(p, store(), false).toHex();
-}
-
-// The wire words of a sequence of AS numbers first..first+n-1 in 4-byte form, split as given.
-std::string sequenceHex(uint32_t first, std::vector<uint32_t> chunks, uint8_t type = 2) {
-    char buf[16];
-    std::string out;
-    for (uint32_t k : chunks) {
-        snprintf(buf, sizeof buf, "%02x%02x", type, k);
-        out += buf;
-        for (uint32_t i = 0; i < k; ++i) {
-            snprintf(buf, sizeof buf, "%08x", first++);
-            out += buf;
-        }
-    }
-    return out;
 }
 
 // A stasher-less form: what a class nobody registered a reader for looks like.
@@ -148,17 +134,15 @@ TEST(AspathAttrCanonicalStasher, SequencesChunkAt255) {
               "4002fe");
 }
 
-TEST(AspathAttrCanonicalStasherDeathTest, SetOfMoreThan255CannotBeWritten) {
+// A set of more than 255 cannot be written; a stored class without a reader.
+TEST(AspathAttrCanonicalStasherDeathTest, Preconditions) {
     auto p = aspath("{" + asRun(1, 256) + "}");
     EXPECT_DEATH(valueHex(p.get()), "OrvBgp/AspathAttrCanonicalStasher: .*elements <= 0xff");
     auto confedSet = aspath("[" + asRun(1, 256) + "]");
     EXPECT_DEATH(valueHex(confedSet.get()), "elements <= 0xff");
-}
-
-TEST(AspathAttrCanonicalStasherDeathTest, NoReaderForTheStoredClass) {
     // Built in the store like any path, but its class has no reader.
     auto* raw = new (MelStash::ExtraBytes{4}) UnregisteredAspath();
-    Mel::Ptr<UnregisteredAspath> p(raw);
+    Mel::Ptr<UnregisteredAspath> held(raw);
     EXPECT_DEATH(AspathAttrCanonicalStasher::destash(raw, store()), "nullptr != reader");
     EXPECT_DEATH(strep(raw), "nullptr != reader");
     EXPECT_DEATH(valueHex(raw), "nullptr != reader");
@@ -219,17 +203,13 @@ TEST(AspathAttrCanonicalStasher, UnknownStoredSegmentTypes) {
 }
 
 TEST(AspathAttrCanonicalStasher, SerializingTracesAtLevel5) {
-    std::vector<std::string> lines;
-    Tracelet::ScopedSink sink([&](std::string_view t) { lines.emplace_back(t); });
-    int before = Tracelet::orvBgp().level();
-    Tracelet::orvBgp().levelIs(5);
+    OrvTest::TraceCapture trace(5);
     Mel::Bytes traced =
         AspathAttrCanonicalStasher::stashSerialize(aspath("100").get(), store(), true);
     Tracelet::orvBgp().levelIs(4);
     Mel::Bytes quiet =
         AspathAttrCanonicalStasher::stashSerialize(aspath("100").get(), store(), true);
-    Tracelet::orvBgp().levelIs(before);
-    EXPECT_EQ(lines, std::vector<std::string>{
-                         "Serializing: AspathAttrCanonicalStasher::stashSerialize()"});
+    EXPECT_EQ(trace.lines, std::vector<std::string>{
+                               "Serializing: AspathAttrCanonicalStasher::stashSerialize()"});
     EXPECT_EQ(traced, quiet);
 }

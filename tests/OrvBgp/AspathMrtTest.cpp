@@ -3,12 +3,10 @@
 #include "OrvBgp/AspathAttrCanonicalStasher.h"
 
 #include "Mel/Exception.h"
-#include "census/Mrt.h"
-#include "census/Prefix.h"
+#include "census/MrtDecoder.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <string>
@@ -106,59 +104,25 @@ void checkAsPath(const uint8_t* attr, size_t hdrLen, std::span<const uint8_t> va
     }
 }
 
-// Walks every UPDATE of a BGP4MP dump and checks each AS_PATH; false when the file is absent.
-bool walkDump(const std::string& file, Counts& k,
-              std::map<const void*, Mel::PtrConst<AspathAttrCanonical>>& seen) {
-    if (!std::filesystem::exists(file)) return false;
-    Census::MrtReader reader(Census::InputFile::open(file));
-    Census::MrtRecord rec;
-    while (reader.next(rec)) {
-        if (rec.type != Census::Mrt::kBgp4mp && rec.type != Census::Mrt::kBgp4mpEt) continue;
-        bool as4;
-        switch (rec.subtype) {
-        case Census::Mrt::kMessage:
-        case Census::Mrt::kMessageLocal:
-        case Census::Mrt::kMessageAddPath:
-        case Census::Mrt::kMessageLocalAddPath:
-            as4 = false;
-            break;
-        case Census::Mrt::kMessageAs4:
-        case Census::Mrt::kMessageAs4Local:
-        case Census::Mrt::kMessageAs4AddPath:
-        case Census::Mrt::kMessageAs4LocalAddPath:
-            as4 = true;
-            break;
-        default:
-            continue;
-        }
-        std::span<const uint8_t> b = rec.body;
-        std::string where = file + " record at offset " + std::to_string(rec.offset);
-        size_t at = as4 ? 8 : 4;
-        EXPECT_GE(b.size(), at + 4) << where;
-        if (b.size() < at + 4) return true;
-        uint16_t afi = readBe16(&b[at + 2]);
-        at += 4 + (afi == 2 ? 32 : 8);
-        EXPECT_GE(b.size(), at + 19) << where;
-        if (b.size() < at + 19) return true;
-        if (b[at + 18] != 2) continue; // not an UPDATE
-        EXPECT_GE(b.size(), at + 23) << where;
-        if (b.size() < at + 23) return true;
-        size_t end = at + readBe16(&b[at + 16]);
-        at += 19;
-        at += 2 + readBe16(&b[at]); // withdrawn routes
-        size_t attrEnd = at + 2 + (at + 2 <= b.size() ? readBe16(&b[at]) : 0);
-        EXPECT_LE(attrEnd, std::min(end, b.size())) << where;
-        if (attrEnd > std::min(end, b.size())) return true;
-        for (at += 2; at + 3 <= attrEnd;) {
-            uint8_t flags = b[at], type = b[at + 1];
-            size_t hdr = flags & 0x10 ? 4 : 3;
-            size_t len = at + hdr > attrEnd ? 0 : hdr == 4 ? readBe16(&b[at + 2]) : b[at + 2];
-            EXPECT_LE(at + hdr + len, attrEnd) << where;
-            if (at + hdr + len > attrEnd) return true;
-            if (type == 2) checkAsPath(&b[at], hdr, b.subspan(at + hdr, len), as4, k, seen);
-            at += hdr + len;
-        }
+// Checks the AS_PATH of every UPDATE, as the census decoder hands the attributes out.
+struct AsPathWalk : Census::MrtHandler {
+    Counts k;
+    std::map<const void*, Mel::PtrConst<AspathAttrCanonical>> seen; // every distinct path, held
+    void onUpdate(const Census::DecodedUpdate& u) override {
+        if (!u.attributes) return;
+        for (const Census::PathAttribute& a : u.attributes->list)
+            if (a.type == 2)
+                checkAsPath(a.wire.data(), a.wire.size() - a.value.size(), a.value, u.asnSize == 4,
+                            k, seen);
     }
+};
+
+// Walks a dump; false when the file is absent.
+bool walkDump(const std::string& file, AsPathWalk& walk) {
+    if (!std::filesystem::exists(file)) return false;
+    const Census::FileResult r = Census::readMrtFile(file, walk);
+    EXPECT_TRUE(r.ok) << r.error;
+    EXPECT_EQ(r.counts.malformedRecords, 0u);
     return true;
 }
 
@@ -181,20 +145,18 @@ std::string dump(const char* name) {
 
 // MESSAGE_AS4 records: the stored form, written as AS_PATH, is the value that arrived.
 TEST(AspathMrt, EveryAs4PathOfAnUpdateDumpComesBackByteForByte) {
-    Counts k;
-    std::map<const void*, Mel::PtrConst<AspathAttrCanonical>> seen; // holds every distinct path
-    if (!walkDump(dump("updates.20160811.1600.gz"), k, seen))
+    AsPathWalk w;
+    if (!walkDump(dump("updates.20160811.1600.gz"), w))
         GTEST_SKIP() << "MRT data absent (" << dump("") << "): ../shared is not there";
-    EXPECT_GT(k.paths4, 16000u);
-    expectAllCameBack(k);
+    EXPECT_GT(w.k.paths4, 16000u);
+    expectAllCameBack(w.k);
 }
 
 // 2-byte MESSAGE records (with some AS_SETs): written for an internal 2-byte peer, the same.
 TEST(AspathMrt, Every2BytePathOfAnOlderDumpComesBackByteForByte) {
-    Counts k;
-    std::map<const void*, Mel::PtrConst<AspathAttrCanonical>> seen;
-    if (!walkDump(dump("updates.20070211.0141.gz"), k, seen))
+    AsPathWalk w;
+    if (!walkDump(dump("updates.20070211.0141.gz"), w))
         GTEST_SKIP() << "MRT data absent (" << dump("") << "): ../shared is not there";
-    EXPECT_GT(k.paths2, 22000u);
-    expectAllCameBack(k);
+    EXPECT_GT(w.k.paths2, 22000u);
+    expectAllCameBack(w.k);
 }

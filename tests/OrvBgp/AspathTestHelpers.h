@@ -7,6 +7,7 @@
 
 #include <cctype>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -98,6 +99,24 @@ inline std::string asRun(uint32_t first, uint32_t n) {
     for (uint32_t k = 0; k < n; ++k)
         s += (k ? " " : "") + std::to_string(first + k);
     return s;
+}
+
+// The wire value of segments of `type` in 4-byte form holding the AS numbers from `first` on, as
+// many in each as `chunks` says; `lead`, when not 0, is the first number of the first segment.
+inline std::string sequenceHex(uint32_t first, std::vector<uint32_t> chunks, uint8_t type = 2,
+                               uint32_t lead = 0) {
+    char buf[16];
+    std::string out;
+    for (uint32_t k : chunks) {
+        std::snprintf(buf, sizeof buf, "%02x%02x", type, k);
+        out += buf;
+        for (uint32_t i = 0; i < k; ++i) {
+            std::snprintf(buf, sizeof buf, "%08x", lead ? lead : first++);
+            out += buf;
+            lead = 0;
+        }
+    }
+    return out;
 }
 
 } // namespace OrvTest

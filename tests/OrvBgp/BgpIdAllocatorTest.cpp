@@ -1,8 +1,8 @@
 #include "OrvBgp/BgpIdAllocator.h"
 
 #include "Mel/Reflect.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 #include "OrvBgp/OrvBgpNexthop.h"
-#include "Tracelet/Tracelet.h"
 
 #include <gtest/gtest.h>
 
@@ -106,10 +106,8 @@ TEST(BgpIdAllocator, LongFreeListIsReleasedWithoutRecursion) {
 }
 
 TEST(BgpIdAllocator, TracesEachHandOutAndReturnAtLevel8) {
-    std::vector<std::string> lines;
-    Tracelet::ScopedSink sink([&](std::string_view l) { lines.emplace_back(l); });
-    int level = Tracelet::orvBgp().level();
-    Tracelet::orvBgp().levelIs(8);
+    OrvTest::TraceCapture trace(8);
+    const auto& lines = trace.lines;
     BgpIdAllocator a("Probe");
     a.allocate();
     a.allocate();
@@ -117,7 +115,6 @@ TEST(BgpIdAllocator, TracesEachHandOutAndReturnAtLevel8) {
     a.allocate();
     Tracelet::orvBgp().levelIs(7);
     a.allocate();
-    Tracelet::orvBgp().levelIs(level);
     ASSERT_EQ(lines.size(), 4u);
     EXPECT_NE(lines[0].find("BgpIdAllocator::allocate()"), std::string::npos) << lines[0];
     EXPECT_NE(lines[0].find(" new Probe id 0x1"), std::string::npos) << lines[0];
@@ -148,14 +145,12 @@ TEST(BgpIdAllocator, StringFormAndRestoringThroughFieldAccess) {
 
 TEST(BgpIdAllocatorDeathTest, IdentifierZeroIsNeverHandedOutNorTakenBack) {
     auto a = BgpIdAllocatorIs("Test");
-    EXPECT_DEATH(
-        a->free(0),
-        "OrvBgp/BgpIdAllocator: .*Assertion `BgpIdAllocator::invalidId\\(\\) != id' failed");
+    const std::string pattern =
+        OrvTest::assertionPattern("OrvBgp/BgpIdAllocator", "BgpIdAllocator::invalidId() != id");
+    EXPECT_DEATH(a->free(0), pattern);
     a->largestAllocatedIdIs(4294967294u);
     EXPECT_EQ(a->allocate(), 4294967295u) << "the last identifier is still good";
-    EXPECT_DEATH(
-        a->allocate(),
-        "OrvBgp/BgpIdAllocator: .*Assertion `BgpIdAllocator::invalidId\\(\\) != id' failed");
+    EXPECT_DEATH(a->allocate(), pattern);
 }
 
 // Every identifier has at most one holder at a time, while two threads allocate and free.

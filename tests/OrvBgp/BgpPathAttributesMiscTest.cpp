@@ -19,7 +19,6 @@ using OrvTest::hexOf;
 const Orvnet::IpAddr id10001 = Orvnet::IpAddr::fromString("10.0.0.1");
 
 // ---- Interning contract
-// --------------------------------------------------------------------------
 
 struct AigpTraits : InternTableDedupOf<AccumulatedIgpMetricDedupTable> {
     using Object = AccumulatedIgpMetric;
@@ -45,7 +44,6 @@ using MiscTypes = ::testing::Types<AigpTraits, AggregatorTraits>;
 INSTANTIATE_TYPED_TEST_SUITE_P(Misc, InternContract, MiscTypes);
 
 // ---- AIGP
-// ----------------------------------------------------------------------------------------
 
 TEST(AccumulatedIgpMetric, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("Aigp");
@@ -74,7 +72,6 @@ TEST(AccumulatedIgpMetric, TextFormRoundTrips) {
 }
 
 // ---- Aggregator
-// ----------------------------------------------------------------------------------
 
 TEST(Aggregator, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("Aggregator");
@@ -117,7 +114,9 @@ TEST(Aggregator, TextForms) {
     EXPECT_EQ(Mel::valueFromStrep<AggregatorContent>(strep), a->content());
 }
 
-TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
+// An aggregator written under another type, or as AS4_AGGREGATOR to a 2-byte peer; a stored
+// class without a reader.
+TEST(MiscDeathTest, Preconditions) {
     auto a = aggregatorFactory(65001, id10001);
     EXPECT_DEATH(a->serialize(2, true, 0, 0),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc",
@@ -126,6 +125,9 @@ TEST(AggregatorDeathTest, TypeMustBeAggregatorOrAs4Aggregator) {
     EXPECT_DEATH(a->serialize(18, false, 0, 0),
                  assertionPattern("OrvBgp/BgpPathAttributesMisc",
                                   "BgpPathAttrType::as4Aggregator_ != type || fourByteAs"));
+    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
+    EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
+                 assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }
 
 TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
@@ -146,7 +148,6 @@ TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
 }
 
 // ---- Reading back from the store
-// -----------------------------------------------------------------
 
 TEST(MiscDestash, ReadsBackTheInternedObject) {
     auto* store = &MelStash::StoreManager::instance();
@@ -164,12 +165,6 @@ TEST(MiscDestash, ReadsBackTheInternedObject) {
     ASSERT_NE(reader, nullptr);
     EXPECT_EQ(reader->stashSerialize(m.get()), m->serialize());
     EXPECT_EQ(reader->stashStrep(m.get()), m->toStrep());
-}
-
-TEST(MiscDestashDeathTest, StoredClassWithoutReader) {
-    Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
-    EXPECT_DEATH(AccumulatedIgpMetric::destash(u.get(), &MelStash::StoreManager::instance()),
-                 assertionPattern("OrvBgp/BgpPathAttributesMisc", "nullptr != reader"));
 }
 
 } // namespace

@@ -203,15 +203,6 @@ TEST(PathAttributesContents, DefaultsAndSmallEdges) {
               "aggregator, commList, weight");
 }
 
-TEST(PathAttributesContentsDeathTest, MetricsShareOneWord) {
-    C c;
-    c.redistMetricIs(RedistMetric(1));
-    EXPECT_DEATH(c.igpMetricForNexthopIs(IgpMetricForNexthop(2)), "!redistMetricSpecified\\(\\)");
-    C d;
-    d.igpMetricForNexthopIs(IgpMetricForNexthop(2));
-    EXPECT_DEATH(d.redistMetricIs(RedistMetric(1)), "!igpMetricForNexthopSpecified\\(\\)");
-}
-
 TEST(PathAttributesContents, TextFormAndReadingItBack) {
     C c;
     EXPECT_EQ(valueToStrep(c),
@@ -487,14 +478,6 @@ TEST(PathAttributesContents, UnchangedSettersAndMovedFromRecords) {
     }
 }
 
-TEST(PathAttributesContentsDeathTest, TunnelEncapMustHaveBeenInterned) {
-    C c;
-    Mel::PtrConst<TunnelEncap> loose(TunnelEncap::make(TunnelEncapContent()));
-    EXPECT_DEATH(c.tunnelEncapIs(loose), "!v \\|\\| v->everDeduped\\(\\)");
-    c.tunnelEncapIs(TunnelEncap::intern(TunnelEncapContent()));
-    EXPECT_TRUE(c.tunnelEncap());
-}
-
 Mel::PtrConst<AspathAttrCanonical> pathWithSet(uint32_t last) {
     AspathAttrCanonicalContent p;
     p.segmentAdd(AsSegmentType::asSequence_, {65001, 65002});
@@ -584,13 +567,6 @@ TEST(PathAttributes, MakeBypassesTiersAndTable) {
     EXPECT_NE(x, y);
     EXPECT_FALSE(x->everDeduped());
     EXPECT_EQ(x->originGet(), Origin::igp); // the tier's stored value, not the base default
-}
-
-TEST(PathAttributesDeathTest, SubAttributesMustBeInternedFirst) {
-    C c;
-    c.gunkPathAttrListIs(Mel::PtrConst<GunkPathAttrList>(new GunkPathAttrList()));
-    EXPECT_DEATH(intern(c), "__null == \\( _gunkPathAttrList \\) \\|\\| \\( _gunkPathAttrList "
-                            "\\)->dedupState\\(\\) != Keel::dedupHandleStateNeverDeduped\\(\\)");
 }
 
 TEST(PathAttributesStats, CountsCreationsOnlyAndReportsSorted) {
@@ -712,7 +688,25 @@ TEST(AttributeSet, WrapsTheInnerSetInFourByteForm) {
     EXPECT_EQ(store.attrTypes(), (std::vector<uint8_t>{1, 128}));
 }
 
-TEST(AttributeSetDeathTest, NeedsItsInnerSet) {
+// The two metrics share one word, sub-attributes are interned before the set (a tunnel
+// encapsulation before it is even stored), an ATTR_SET needs its inner set.
+TEST(PathAttributesDeathTest, Preconditions) {
+    C c;
+    c.redistMetricIs(RedistMetric(1));
+    EXPECT_DEATH(c.igpMetricForNexthopIs(IgpMetricForNexthop(2)), "!redistMetricSpecified\\(\\)");
+    C d;
+    d.igpMetricForNexthopIs(IgpMetricForNexthop(2));
+    EXPECT_DEATH(d.redistMetricIs(RedistMetric(1)), "!igpMetricForNexthopSpecified\\(\\)");
+
+    C e;
+    Mel::PtrConst<TunnelEncap> loose(TunnelEncap::make(TunnelEncapContent()));
+    EXPECT_DEATH(e.tunnelEncapIs(loose), "!v \\|\\| v->everDeduped\\(\\)");
+    e.tunnelEncapIs(TunnelEncap::intern(TunnelEncapContent()));
+    EXPECT_TRUE(e.tunnelEncap());
+    e.gunkPathAttrListIs(Mel::PtrConst<GunkPathAttrList>(new GunkPathAttrList()));
+    EXPECT_DEATH(intern(e), "__null == \\( _gunkPathAttrList \\) \\|\\| \\( _gunkPathAttrList "
+                            "\\)->dedupState\\(\\) != Keel::dedupHandleStateNeverDeduped\\(\\)");
+
     Mel::PtrConst<AttributeSet> empty(new AttributeSet(65001, nullptr));
     EXPECT_DEATH(empty->serialize(), "originAttributes_");
 }

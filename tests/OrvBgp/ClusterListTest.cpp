@@ -74,19 +74,9 @@ TEST(ClusterList, StoresOriginatorThenClusterListUnderTheirTypes) {
 
 // ---- value: hash, equality, order, text
 
-TEST(ClusterList, OriginatorIdSeparatesListsAndOrdersThem) {
-    auto a = intern(ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
-    auto b = intern(ClusterListContent(ip("1.0.0.2"), {ip("10.0.0.1"), ip("10.0.0.2")}));
-    auto a2 = intern(ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
-    EXPECT_NE(a.get(), b.get());
-    EXPECT_EQ(a.get(), a2.get());
-    EXPECT_TRUE(*a < *b);
-    EXPECT_FALSE(*b < *a);
-    EXPECT_FALSE(*a < *a2);
-    EXPECT_LT(a->content(), b->content());
-}
-
-TEST(ClusterList, OrderIsLexicographicWithPrefixFirst) {
+// Lists order lexicographically by their ids (numerically, a prefix first), then by originator;
+// equality and the hash need the same ids in the same order and the same originator.
+TEST(ClusterList, OrderEqualityAndHash) {
     const ClusterListContent one({}, {ip("1.1.1.1")});
     const ClusterListContent two({}, {ip("1.1.1.1"), ip("2.2.2.2")});
     const ClusterListContent high({}, {ip("9.0.0.0")});
@@ -97,9 +87,15 @@ TEST(ClusterList, OrderIsLexicographicWithPrefixFirst) {
     EXPECT_EQ(sorted, (std::vector<ClusterListContent>{empty, one, two, high, higher}));
     EXPECT_TRUE(*intern(one) < *intern(two));
     EXPECT_FALSE(*intern(two) < *intern(one));
-}
 
-TEST(ClusterList, EqualityNeedsSameIdsInSameOrder) {
+    auto a = intern(ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    auto b = intern(ClusterListContent(ip("1.0.0.2"), {ip("10.0.0.1"), ip("10.0.0.2")}));
+    EXPECT_NE(a.get(), b.get());
+    EXPECT_TRUE(*a < *b);
+    EXPECT_FALSE(*b < *a);
+    EXPECT_FALSE(*a < *a);
+    EXPECT_LT(a->content(), b->content());
+
     const ClusterListContent ab({}, {ip("10.0.0.1"), ip("10.0.0.2")});
     const ClusterListContent ba({}, {ip("10.0.0.2"), ip("10.0.0.1")});
     EXPECT_FALSE(ab == ba);
@@ -153,13 +149,6 @@ TEST(ClusterList, DestashInternsTheStoredValue) {
     auto back = ClusterList::destash(elsewhere.get(), &store);
     EXPECT_NE(back.get(), elsewhere.get());
     EXPECT_EQ(back.get(), intern(elsewhere->content()).get());
-}
-
-TEST(ClusterListDeathTest, DestashOfAnotherStoredClassHasNoReader) {
-    Mel::Ptr<BgpClusterIdSet> set(new BgpClusterIdSet);
-    auto& store = MelStash::StoreManager::instance();
-    EXPECT_DEATH(ClusterList::destash(set.get(), &store), "nullptr != reader");
-    EXPECT_DEATH(ClusterList::destashStrep(set.get(), &store), "nullptr != reader");
 }
 
 TEST(ClusterListDeathTest, TooManyIdsForOneAttribute) {
@@ -252,12 +241,6 @@ TEST(ClusterList, MultiLoopCacheKeepsItsSetsAliveUntilTheListGoes) {
         EXPECT_EQ(BgpClusterIdSet::melStashTypeStats().objects.load(), before + 1);
     }
     EXPECT_EQ(BgpClusterIdSet::melStashTypeStats().objects.load(), before);
-}
-
-TEST(ClusterListDeathTest, MultiLoopCheckNeedsAnInternedSet) {
-    auto l = intern(ClusterListContent({}, {ip("10.0.0.1")}));
-    Mel::Ptr<BgpClusterIdSet> loose(new BgpClusterIdSet);
-    EXPECT_DEATH(l->findClusterListLoopMulti(loose.get()), "set->isDeduped\\(\\)");
 }
 
 TEST(ClusterListConcurrent, LoopChecksFromManyThreadsAgreeWithAScan) {
@@ -411,19 +394,23 @@ TEST(BgpClusterIdSet, DumpLineCountsIds) {
     EXPECT_EQ(ctx->text(), "    clusterIds #2\n");
 }
 
-TEST(BgpClusterIdSetDeathTest, InternedSetIsImmutable) {
-    Mel::Ptr<BgpClusterIdSet> s(new BgpClusterIdSet);
-    s->clusterIdsIs(ip("10.0.0.1"));
-    auto shared = s->dedup();
-    ASSERT_EQ(shared.get(), s.get());
-    EXPECT_DEATH(s->clusterIdsIs(ip("10.0.0.2")), "!everDeduped\\(\\)");
-    EXPECT_DEATH(s->clusterIdsDelAll(), "!everDeduped\\(\\)");
-}
-
-TEST(AttrSetStringStoreDeathTest, AttributeMustCarryTheTypeItIsStoredUnder) {
-    AttrSetStringStore store;
+// A stored class without a reader, a loop check with a set not interned, an interned set changed,
+// an attribute stored under another type.
+TEST(ClusterListDeathTest, Preconditions) {
+    Mel::Ptr<BgpClusterIdSet> set(new BgpClusterIdSet);
+    auto& store = MelStash::StoreManager::instance();
+    EXPECT_DEATH(ClusterList::destash(set.get(), &store), "nullptr != reader");
+    EXPECT_DEATH(ClusterList::destashStrep(set.get(), &store), "nullptr != reader");
+    auto l = intern(ClusterListContent({}, {ip("10.0.0.1")}));
+    EXPECT_DEATH(l->findClusterListLoopMulti(set.get()), "set->isDeduped\\(\\)");
+    set->clusterIdsIs(ip("10.0.0.1"));
+    auto shared = set->dedup();
+    ASSERT_EQ(shared.get(), set.get());
+    EXPECT_DEATH(set->clusterIdsIs(ip("10.0.0.2")), "!everDeduped\\(\\)");
+    EXPECT_DEATH(set->clusterIdsDelAll(), "!everDeduped\\(\\)");
+    AttrSetStringStore attrs;
     auto attr = OrvTest::bytesFromHex("80 0a 04 0a 00 00 01");
-    EXPECT_DEATH(store.store(9, std::span<const uint8_t>(attr)),
+    EXPECT_DEATH(attrs.store(9, std::span<const uint8_t>(attr)),
                  "attribute.size\\(\\) >= 3 && attribute\\[1\\] == attrType");
 }
 

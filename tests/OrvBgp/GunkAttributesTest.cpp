@@ -94,16 +94,6 @@ TEST(GunkPathAttr, TextForms) {
     EXPECT_EQ(os.str(), "NULL type=9,flags=0x80,len=0,data=");
 }
 
-TEST(GunkPathAttrDeathTest, LengthMustMatchTheData) {
-    EXPECT_DEATH(GunkPathAttrIs(200, 0xc0, 4, Mel::Bytes({1, 2, 3})),
-                 "c.gunkAttrData.size\\(\\) == c.attrLength");
-    const std::vector<uint8_t> data(40, 1);
-    EXPECT_DEATH((void)new (MelStash::ExtraBytes{40}) GunkPathAttr(200, 0xc0, 39, data),
-                 "data.size\\(\\) == attrLength");
-    // The data goes inline: an object allocated without room for it is refused.
-    EXPECT_DEATH((void)new GunkPathAttr(200, 0xc0, 40, data), "blockSize");
-}
-
 // ---- the list
 
 Mel::Ptr<GunkPathAttrList> listOf(std::initializer_list<Mel::PtrConst<GunkPathAttr>> attrs) {
@@ -179,11 +169,18 @@ TEST(GunkPathAttrList, StoredObjectsReadBackInterned) {
     EXPECT_DEATH(GunkPathAttrList::destash(a.get(), &store), "nullptr != reader");
 }
 
-TEST(GunkPathAttrListDeathTest, EntriesMustBeInternedAndTheListFrozenOnceShared) {
-    auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
-    auto l = listOf({Mel::PtrConst<GunkPathAttr>(loose)});
-    EXPECT_DEATH(l->hash(), "attr->isDeduped\\(\\)");
+// A length other than the data's, an object without room for its data inline, a list entry not
+// interned, a list changed once shared.
+TEST(GunkPathAttrDeathTest, Preconditions) {
+    EXPECT_DEATH(GunkPathAttrIs(200, 0xc0, 4, Mel::Bytes({1, 2, 3})),
+                 "c.gunkAttrData.size\\(\\) == c.attrLength");
+    const std::vector<uint8_t> data(40, 1);
+    EXPECT_DEATH((void)new (MelStash::ExtraBytes{40}) GunkPathAttr(200, 0xc0, 39, data),
+                 "data.size\\(\\) == attrLength");
+    EXPECT_DEATH((void)new GunkPathAttr(200, 0xc0, 40, data), "blockSize");
 
+    auto loose = GunkPathAttrIs(200, 0xc0, 1, Mel::Bytes({1}));
+    EXPECT_DEATH(listOf({Mel::PtrConst<GunkPathAttr>(loose)})->hash(), "attr->isDeduped\\(\\)");
     auto shared = listOf({gunk(200, 0xc0, {1})});
     ASSERT_EQ(shared->dedup().get(), shared.get());
     EXPECT_DEATH(shared->gunkIs(gunk(201, 0xc0, {1})), "!everDeduped\\(\\)");

@@ -4,7 +4,7 @@
 #include "Keel/HashMix.h"
 #include "Mel/Exception.h"
 #include "Mel/Reflect.h"
-#include "Tracelet/Tracelet.h"
+#include "OrvBgp/AttrWireTestHelpers.h"
 
 #include <gtest/gtest.h>
 
@@ -173,21 +173,10 @@ int64_t liveTestNexthops() {
     return TestNexthop::melStashTypeStats().objects.load();
 }
 
-// Collects the library's trace lines at one level for the scope.
-class TraceCapture {
-public:
-    explicit TraceCapture(int level)
-        : sink_([this](std::string_view l) { lines.emplace_back(l); }),
-          saved_(Tracelet::orvBgp().level()) {
-        Tracelet::orvBgp().levelIs(level);
-    }
-    ~TraceCapture() { Tracelet::orvBgp().levelIs(saved_); }
-    std::vector<std::string> lines;
-
-private:
-    Tracelet::ScopedSink sink_;
-    int saved_;
-};
+// The death-test pattern of this unit's assertion `condition`.
+std::string dies(const std::string& condition) {
+    return OrvTest::assertionPattern("OrvBgp/OrvBgpNexthop", condition);
+}
 
 class GenNexthopTest : public ::testing::Test {
 protected:
@@ -217,8 +206,7 @@ TEST(GenNexthopIdAllocator, ReservesNoIdOnEveryConstructionPath) {
 
 TEST(GenNexthopIdAllocatorDeathTest, FirstIdentifierMustBeNoId) {
     auto a = GenNexthopIdAllocatorIs();
-    EXPECT_DEATH(a->handleInitialized(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `noId\\(\\) == allocatedNoId' failed");
+    EXPECT_DEATH(a->handleInitialized(), dies("noId() == allocatedNoId"));
 }
 
 // ---- Value types
@@ -248,23 +236,24 @@ TEST(BgpMetricPrefDedupTable, CanonicalRecordsAreInternedOnce) {
     BgpMetricPrefDedupTable table("TestMetricDedupTable");
     EXPECT_EQ(table.size(), 3u);
     const BgpMetricPref* unknown = table.unknownMetric();
-    EXPECT_EQ(unknown->metric(), 0u);
-    EXPECT_EQ(unknown->preference(), 255);
-    EXPECT_EQ(unknown->metricForBrib(), 0u);
-    EXPECT_EQ(unknown->preferenceForBrib(), 255);
-    EXPECT_FALSE(unknown->valid());
-    EXPECT_EQ(unknown->viaType(), 255);
     const BgpMetricPref* invalid = table.invalidMetric();
-    EXPECT_EQ(invalid->metric(), 0xFFFFFFFFFFFFFFFFull);
-    EXPECT_EQ(invalid->metricForBrib(), 0xFFFFFFFFFFFFFFFFull);
-    EXPECT_EQ(invalid->preference(), 255);
-    EXPECT_FALSE(invalid->valid());
     const BgpMetricPref* pre = table.preResolvedMetric();
-    EXPECT_EQ(pre->metric(), 1u);
-    EXPECT_EQ(pre->preference(), 1);
-    EXPECT_EQ(pre->metricForBrib(), 1u);
-    EXPECT_EQ(pre->preferenceForBrib(), 1);
-    EXPECT_TRUE(pre->valid());
+    const uint64_t all = 0xFFFFFFFFFFFFFFFFull;
+    struct {
+        const BgpMetricPref* record;
+        uint64_t metric; // also the metric for the BRIB
+        int preference;  // also the preference for the BRIB
+        bool valid;
+    } const rows[] = {{unknown, 0, 255, false}, {invalid, all, 255, false}, {pre, 1, 1, true}};
+    for (const auto& r : rows) {
+        SCOPED_TRACE(r.metric);
+        EXPECT_EQ(r.record->metric(), r.metric);
+        EXPECT_EQ(r.record->metricForBrib(), r.metric);
+        EXPECT_EQ(r.record->preference(), r.preference);
+        EXPECT_EQ(r.record->preferenceForBrib(), r.preference);
+        EXPECT_EQ(r.record->valid(), r.valid);
+    }
+    EXPECT_EQ(unknown->viaType(), 255);
     EXPECT_FALSE(pre->partOfLoop());
     EXPECT_EQ(table.metricPref(BgpMetricPrefContent::invalid()).get(), invalid);
     BgpMetricPrefContent loop = BgpMetricPrefContent::preResolved();
@@ -364,12 +353,11 @@ TEST_F(GenNexthopTest, ValueFormThroughTheReflectionGlue) {
 
 TEST(GenNexthopDeathTest, VrfIsSetOnce) {
     Mel::Ptr<TestNexthop> nh(new TestNexthop(5));
-    EXPECT_DEATH(nh->vrfId(), "OrvBgp/OrvBgpNexthop: .*Assertion `!vrfId_.isInvalid\\(\\)' failed");
+    EXPECT_DEATH(nh->vrfId(), dies("!vrfId_.isInvalid()"));
     nh->vrfIdIs(BgpVrfIdBase(4));
     nh->vrfIdIs(BgpVrfIdBase(4));
     EXPECT_EQ(nh->vrfId(), BgpVrfIdBase(4));
-    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `vrfId_ == "
-                       "BgpVrfIdBase::invalidVrfId\\(\\) \\|\\| vrfId_ == vrfId' failed";
+    const std::string text = dies("vrfId_ == BgpVrfIdBase::invalidVrfId() || vrfId_ == vrfId");
     EXPECT_DEATH(nh->vrfIdIs(BgpVrfIdBase(5)), text);
     TestNexthopTable other(BgpVrfIdBase(9));
     EXPECT_DEATH(nh->dedup(&other, false), text);
@@ -406,13 +394,10 @@ TEST_F(GenNexthopTest, FlagsShareTheStateWordWithoutDisturbingInterning) {
 
 TEST(GenNexthopDeathTest, FlagSettersCheckTheInternState) {
     Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
-    EXPECT_DEATH(fresh->resolutionRibProfileValidIs(true),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `isDeduped\\(\\) \\|\\| !isValid' failed");
-    EXPECT_DEATH(fresh->nhMetricIsknownIs(true),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
+    EXPECT_DEATH(fresh->resolutionRibProfileValidIs(true), dies("isDeduped() || !isValid"));
+    EXPECT_DEATH(fresh->nhMetricIsknownIs(true), dies("everDeduped()"));
     fresh->userBitsIs(1, 1, 1); // what no setter can do on a never interned object
-    EXPECT_DEATH(fresh->nhPreferenceIs(1), "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\) "
-                                           "\\|\\| !nhMetricIsknown\\(\\)' failed");
+    EXPECT_DEATH(fresh->nhPreferenceIs(1), dies("everDeduped() || !nhMetricIsknown()"));
 }
 
 // ---- Metrics and the table context
@@ -433,22 +418,17 @@ TEST_F(GenNexthopTest, SpecialMetricsComeFromTheContextsTable) {
 
 TEST(GenNexthopDeathTest, SpecialMetricsNeedAnInternedNexthopWithALiveTable) {
     Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
-    EXPECT_DEATH(fresh->unknownMetric(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
-    EXPECT_DEATH(fresh->invalidMetric(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
-    EXPECT_DEATH(fresh->preResolvedMetric(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
-    EXPECT_DEATH(fresh->dedupTableContext(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `everDeduped\\(\\)' failed");
+    EXPECT_DEATH(fresh->unknownMetric(), dies("everDeduped()"));
+    EXPECT_DEATH(fresh->invalidMetric(), dies("everDeduped()"));
+    EXPECT_DEATH(fresh->preResolvedMetric(), dies("everDeduped()"));
+    EXPECT_DEATH(fresh->dedupTableContext(), dies("everDeduped()"));
     Mel::PtrConst<TestNexthop> orphan;
     {
         TestNexthopTable table;
         orphan = table.intern(5);
     }
     EXPECT_TRUE(orphan->everDeduped());
-    EXPECT_DEATH(orphan->unknownMetric(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `context != nullptr' failed");
+    EXPECT_DEATH(orphan->unknownMetric(), dies("context != nullptr"));
 }
 
 TEST_F(GenNexthopTest, DerivedQueries) {
@@ -510,32 +490,22 @@ TEST(GenNexthopDeathTest, BaseTableNeverHandsOutUniqueIdentifiers) {
     auto nh = table.intern(5, 0, /*unique=*/true); // not enabled: quietly noId
     EXPECT_EQ(nh->id(), GenNexthopIdAllocator::noId());
     table.claimsUniqueIds = true; // but never overrode assignIdToNexthop
-    EXPECT_DEATH(table.intern(6, 0, true), "OrvBgp/OrvBgpNexthop: .*Assertion `!allocateUniqueId "
-                                           "\\|\\| !uniqueNexthopIdsEnabled\\(\\)' failed");
+    EXPECT_DEATH(table.intern(6, 0, true), dies("!allocateUniqueId || !uniqueNexthopIdsEnabled()"));
     table.claimsUniqueIds = false;
     TestNexthopTable::forceId(nh.get(), 5);
-    EXPECT_DEATH(
-        table.intern(5),
-        "OrvBgp/OrvBgpNexthop: .*Assertion `nh->id\\(\\) == GenNexthopIdAllocator::invalidId\\(\\) "
-        "\\|\\| nh->id\\(\\) == GenNexthopIdAllocator::noId\\(\\)' failed");
+    EXPECT_DEATH(table.intern(5), dies("nh->id() == GenNexthopIdAllocator::invalidId() || nh->id() "
+                                       "== GenNexthopIdAllocator::noId()"));
     // Dying with an identifier and no allocator to give it back to.
-    EXPECT_DEATH(nh.reset(),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `id\\(\\) == GenNexthopIdAllocator::noId\\(\\) "
-                 "\\|\\| id\\(\\) == BgpIdAllocator::invalidId\\(\\)' failed");
+    EXPECT_DEATH(
+        nh.reset(),
+        dies("id() == GenNexthopIdAllocator::noId() || id() == BgpIdAllocator::invalidId()"));
     TestNexthopTable::forceId(nh.get(), GenNexthopIdAllocator::noId());
-}
-
-TEST(GenNexthopDeathTest, InterningThatYieldsNothingStops) {
-    TestNexthopTable table;
-    TestNexthop::dedupReturnsNull = true;
-    EXPECT_DEATH(table.intern(5), "OrvBgp/OrvBgpNexthop: .*Assertion `dedupHandle' failed");
-    TestNexthop::dedupReturnsNull = false;
 }
 
 TEST(GenNexthopDeathTest, OperationsAKindMustProvide) {
     TestNexthopTable table;
     auto nh = table.intern(5);
-    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `!\"Not implemented\"' failed";
+    const std::string text = dies("!\"Not implemented\"");
     EXPECT_DEATH(nh->serialize(), text);
     EXPECT_DEATH(nh->getIntfId(), text);
     EXPECT_DEATH(nh->ribTransport(), text);
@@ -563,15 +533,29 @@ TEST(GenNexthopDeathTest, OperationsAKindMustProvide) {
     EXPECT_EQ(table.getLocalRouteNexthop({}, {}, {}), nullptr);
 }
 
-TEST(GenNexthopDeathTest, AssertComparable) {
+// Interning that yields nothing, comparing with another kind, cloning from a source not interned
+// or of another kind, reading back a class without a reader.
+TEST(GenNexthopDeathTest, InterningComparingCloningAndReadingBack) {
     TestNexthopTable table;
+    TestNexthop::dedupReturnsNull = true;
+    EXPECT_DEATH(table.intern(5), dies("dedupHandle"));
+    TestNexthop::dedupReturnsNull = false;
+
     auto nh = table.intern(5);
     Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
     nh->assertComparable(table.intern(6).get());
-    const char* text = "OrvBgp/OrvBgpNexthop: .*Assertion `other != nullptr && "
-                       "typeid\\(\\*this\\) == typeid\\(\\*other\\)' failed";
-    EXPECT_DEATH(nh->assertComparable(other.get()), text);
-    EXPECT_DEATH(nh->assertComparable(nullptr), text);
+    const std::string comparable = dies("other != nullptr && typeid(*this) == typeid(*other)");
+    EXPECT_DEATH(nh->assertComparable(other.get()), comparable);
+    EXPECT_DEATH(nh->assertComparable(nullptr), comparable);
+
+    Mel::Ptr<TestNexthop> dst(new TestNexthop(5));
+    Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
+    dst->cloneFrom(nh.get());
+    EXPECT_DEATH(dst->cloneFrom(nullptr), dies("src != nullptr"));
+    EXPECT_DEATH(dst->cloneFrom(fresh.get()), dies("src->isDeduped()"));
+    EXPECT_DEATH(other->cloneFrom(nh.get()), dies("srcT && dstT && srcT == dstT"));
+
+    EXPECT_DEATH(GenNexthop::destash(other.get(), nullptr), dies("nullptr != reader"));
 }
 
 // ---- Cloning
@@ -583,7 +567,7 @@ TEST_F(GenNexthopTest, CloneCopiesWritableAttributesAndTracesEachDecision) {
     built->domainIs(4);
     auto src = Mel::ptrStaticCast<const TestNexthop>(built->dedup(&table, false));
     src->nhPreferenceIs(9);
-    TraceCapture trace(8);
+    OrvTest::TraceCapture trace(8);
     auto copy = Mel::ptrStaticCast<TestNexthop>(src->clone());
     EXPECT_EQ(copy->label(), 300u);
     EXPECT_EQ(copy->domain(), 0u) << "domain dependent";
@@ -605,21 +589,6 @@ TEST_F(GenNexthopTest, CloneCopiesWritableAttributesAndTracesEachDecision) {
                            }));
 }
 
-TEST(GenNexthopDeathTest, CloneFromNeedsAnInternedSourceOfTheSameKind) {
-    TestNexthopTable table;
-    auto src = table.intern(5);
-    Mel::Ptr<TestNexthop> dst(new TestNexthop(5));
-    Mel::Ptr<UnstashedNexthop> other(new UnstashedNexthop(5));
-    Mel::Ptr<TestNexthop> fresh(new TestNexthop(5));
-    dst->cloneFrom(src.get());
-    EXPECT_DEATH(dst->cloneFrom(nullptr),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `src != nullptr' failed");
-    EXPECT_DEATH(dst->cloneFrom(fresh.get()),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `src->isDeduped\\(\\)' failed");
-    EXPECT_DEATH(other->cloneFrom(src.get()),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `srcT && dstT && srcT == dstT' failed");
-}
-
 // ---- Reading back from the store
 
 TEST_F(GenNexthopTest, DestashBuildsAFreshEqualNexthopInTheStoredVrf) {
@@ -638,12 +607,6 @@ TEST_F(GenNexthopTest, DestashBuildsAFreshEqualNexthopInTheStoredVrf) {
     Mel::Ptr<TestNexthop> loose(new TestNexthop(6));
     EXPECT_EQ(GenNexthop::destash(loose.get(), nullptr)->toStrep(),
               "vrfNotAccessible;test(6);id=invalid");
-}
-
-TEST(GenNexthopDeathTest, DestashNeedsAReaderForTheStoredClass) {
-    Mel::Ptr<UnstashedNexthop> nh(new UnstashedNexthop(5));
-    EXPECT_DEATH(GenNexthop::destash(nh.get(), nullptr),
-                 "OrvBgp/OrvBgpNexthop: .*Assertion `nullptr != reader' failed");
 }
 
 // ---- Binary trace and dumps

@@ -29,7 +29,6 @@ Mel::PtrConst<PmsiTunnelIdentifier> identifier(const std::string& hex) {
 }
 
 // ---- Interning contract
-// --------------------------------------------------------------------------
 
 struct IdentifierTraits : InternTableDedupOf<PmsiTunnelIdentifierDedupTable> {
     using Object = PmsiTunnelIdentifier;
@@ -165,7 +164,6 @@ TEST(PmsiTunnel, LabelKeepsTwentyBitsInIdentityTextAndWire) {
 }
 
 // ---- Wire forms
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, WireFormsMatchVectors) {
     const auto v = OrvTest::attrWireVectors("PmsiTunnel");
@@ -240,7 +238,6 @@ TEST(PmsiTunnel, SerializeTracesAtLevelFiveWithoutChangingTheBytes) {
 }
 
 // ---- Vocabulary
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, TunnelTypeNamesAndClasses) {
     int known = 0;
@@ -276,7 +273,6 @@ TEST(PmsiTunnel, MulticastTunnelTypeMapping) {
 }
 
 // ---- Text forms
-// ----------------------------------------------------------------------------------
 
 TEST(PmsiTunnel, DisplayForms) {
     auto ir = pmsiTunnelIngressReplicationFactory(Flags(0x80), 3, addr("10.0.0.1"));
@@ -386,7 +382,6 @@ TEST(PmsiTunnelContent, TunnelTypeOutOfRangeIsARangeError) {
 }
 
 // ---- Reading back from the store
-// -----------------------------------------------------------------
 
 TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
     auto* store = &MelStash::StoreManager::instance();
@@ -418,37 +413,28 @@ TEST(PmsiTunnelDestash, DispatchesOnTheStoredClass) {
 }
 
 // ---- Assertions
-// ----------------------------------------------------------------------------------
 
-TEST(PmsiTunnelDeathTest, PimAddressesOfOneFamily) {
-    EXPECT_DEATH(pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSsmTree, 0,
-                                      addr("192.0.2.1"), addr("ff3e::1")),
-                 assertionPattern("OrvBgp/PmsiTunnel", "len == 8 || len == 32"));
-    EXPECT_DEATH(pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSsmTree, 0,
-                                      Orvnet::IpGenAddr(), addr("232.1.1.1")),
-                 assertionPattern("OrvBgp/PmsiTunnel", "len == 8 || len == 32"));
-}
-
-TEST(PmsiTunnelDeathTest, EndpointAndRootMustBeAddresses) {
+// PIM addresses of one family, endpoint and root addresses, the opaque value of the base mLDP
+// class, a stored class without a reader.
+TEST(PmsiTunnelDeathTest, Preconditions) {
+    auto dies = [](const char* text) { return assertionPattern("OrvBgp/PmsiTunnel", text); };
+    const auto pim = PmsiTunnel::tunnelTypePimSsmTree;
+    EXPECT_DEATH(pmsiTunnelPimFactory(Flags(), pim, 0, addr("192.0.2.1"), addr("ff3e::1")),
+                 dies("len == 8 || len == 32"));
+    EXPECT_DEATH(pmsiTunnelPimFactory(Flags(), pim, 0, Orvnet::IpGenAddr(), addr("232.1.1.1")),
+                 dies("len == 8 || len == 32"));
     EXPECT_DEATH(pmsiTunnelIngressReplicationFactory(Flags(), 0, Orvnet::IpGenAddr()),
-                 assertionPattern("OrvBgp/PmsiTunnel", "len == 4 || len == 16"));
+                 dies("len == 4 || len == 16"));
     EXPECT_DEATH(pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0, Orvnet::IpGenAddr(), 1),
-                 assertionPattern("OrvBgp/PmsiTunnel", "len == 4 || len == 16"));
-}
-
-TEST(PmsiTunnelDeathTest, OpaqueValueOfTheBaseMldpClassIsNotImplemented) {
+                 dies("len == 4 || len == 16"));
     PmsiTunnelMldpP2mpLspContent c(PmsiTunnelContent(PmsiTunnel::tunnelTypeMldpP2mpLsp, Flags(), 0),
                                    addr("192.0.2.1"), 2);
     Mel::PtrConst<PmsiTunnelMldpP2mpLsp> lsp(new PmsiTunnelMldpP2mpLsp(c));
-    const std::string pattern = assertionPattern("OrvBgp/PmsiTunnel", "!(\"Not implemented\")");
-    EXPECT_DEATH(lsp->serialize(), pattern);
-    EXPECT_DEATH(lsp->toStrep(), pattern);
-}
-
-TEST(PmsiTunnelDeathTest, StoredClassWithoutReader) {
+    EXPECT_DEATH(lsp->serialize(), dies("!(\"Not implemented\")"));
+    EXPECT_DEATH(lsp->toStrep(), dies("!(\"Not implemented\")"));
     Mel::PtrConst<OrvTest::UnregisteredStoreObject> u(new OrvTest::UnregisteredStoreObject);
     EXPECT_DEATH(PmsiTunnel::destash(u.get(), &MelStash::StoreManager::instance()),
-                 assertionPattern("OrvBgp/PmsiTunnel", "nullptr != reader"));
+                 dies("nullptr != reader"));
 }
 
 } // namespace

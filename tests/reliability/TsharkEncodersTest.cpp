@@ -277,7 +277,6 @@ TEST(TsharkEncoders, AsPathSegmentAndLengthBoundaries) {
 }
 
 // ---- ORIGINATOR_ID and CLUSTER_LIST
-// ----------------------------------------------------------------
 
 TEST(TsharkEncoders, OriginatorIdAndClusterList) {
     NEED_TSHARK();
@@ -454,7 +453,6 @@ TEST(TsharkEncoders, Ipv6ExtendedCommunitiesFramingOnly) {
 }
 
 // ---- D-PATH
-// ---------------------------------------------------------------------------------------
 
 TEST(TsharkEncoders, DomainPath) {
     NEED_TSHARK();
@@ -490,7 +488,6 @@ TEST(TsharkEncoders, DomainPath) {
 }
 
 // ---- PMSI tunnel, every class
-// ---------------------------------------------------------------------
 
 TEST(TsharkEncoders, PmsiTunnelEveryClass) {
     NEED_TSHARK();
@@ -572,7 +569,6 @@ TEST(TsharkEncoders, PmsiTunnelEveryClass) {
 }
 
 // ---- Prefix SID
-// -----------------------------------------------------------------------------------
 
 TEST(TsharkEncoders, PrefixSidEveryTlv) {
     NEED_TSHARK();
@@ -657,7 +653,6 @@ TEST(TsharkEncoders, PrefixSidEveryTlv) {
 }
 
 // ---- Tunnel encapsulation
-// ---------------------------------------------------------------------------
 
 TEST(TsharkEncoders, TunnelEncapsulation) {
     NEED_TSHARK();
@@ -757,7 +752,6 @@ TEST(TsharkEncoders, TunnelEncapsulation) {
 }
 
 // ---- ATTR_SET and whole attribute sets
-// ------------------------------------------------------------------
 
 TEST(TsharkEncoders, WholeSetsForEveryKindOfPeer) {
     NEED_TSHARK();
