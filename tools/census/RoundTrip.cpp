@@ -170,6 +170,11 @@ public:
         if (f.set.get() != &set || f.variant != variant) {
             reset();
             set.serializeInternal(this, asn4, true, nextHop);
+            // The set pushed out is released kReleaseLag pushes later, its count prefetched now.
+            Mel::PtrConst<Routing::Bgp::PathAttributes>& gone =
+                releasing[releaseAt++ % releasing.size()];
+            gone = std::move(f.set);
+            __builtin_prefetch(gone.get(), 1);
             f.set = Mel::PtrConst<Routing::Bgp::PathAttributes>(&set);
             f.variant = variant;
             f.bytes.assign(bytes.begin(), bytes.end());
@@ -179,6 +184,7 @@ public:
     void formsClear() {
         for (Form& f : forms)
             f = Form();
+        releasing.fill(nullptr);
     }
 
     std::vector<uint8_t> bytes;
@@ -194,6 +200,8 @@ private:
         std::vector<uint8_t> bytes;
     };
     std::array<Form, 1024> forms;
+    std::array<Mel::PtrConst<Routing::Bgp::PathAttributes>, 8> releasing{};
+    size_t releaseAt = 0;
 };
 
 RoundTrip::RoundTrip() : sink_(new Sink) {}
