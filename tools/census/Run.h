@@ -72,7 +72,7 @@ private:
     // The prefixes of the UPDATE being handed out, in the order its paths come (withdrawn,
     // MP_UNREACH_NLRI, NLRI, MP_REACH_NLRI): while a path is handled, the RIB slot of the path
     // kPrefetchAhead places on starts loading, so that the paths sharing their UPDATE's set
-    // (handled in a few nanoseconds each) find their slots in cache.
+    // (quick to handle, with nothing to intern) find their slots in cache.
     static constexpr size_t kPrefetchAhead = 8;
     struct PrefixRun {
         std::span<const Prefix> prefixes;
