@@ -26,6 +26,10 @@ InternedSets Ingest::intern(const PathAttributesContents& c) {
     InternedSets& cached =
         outCache_[(uintptr_t(s.in.get()) >> 3) * 0x9e3779b97f4a7c15ULL >> 54 & (kOutCacheSize - 1)];
     if (cached.in.get() != s.in.get()) {
+        InternedSets& gone = releasing_[releaseAt_++ % kReleaseLag];
+        gone = std::move(cached); // releases the pair pushed out kReleaseLag times ago
+        __builtin_prefetch(gone.in.get(), 1);
+        __builtin_prefetch(gone.out.get(), 1);
         cached.in = s.in;
         cached.out =
             RibOutPathAttributes::dedupContent(&RibOutPathAttributesDedupTable::instance(), c);
@@ -37,6 +41,7 @@ InternedSets Ingest::intern(const PathAttributesContents& c) {
 void Ingest::dropCaches() {
     for (size_t i = 0; i < kOutCacheSize; ++i)
         outCache_[i] = InternedSets();
+    releasing_.fill(InternedSets());
 }
 
 } // namespace Census

@@ -9,6 +9,7 @@
 
 #include "OrvBgp/PathAttributesContents.h"
 
+#include <array>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -120,6 +121,11 @@ private:
     // a path whose inbound set is among them skips the outbound lookup.
     static constexpr size_t kOutCacheSize = 1024;
     std::unique_ptr<InternedSets[]> outCache_{new InternedSets[kOutCacheSize]};
+    // A pair pushed out of the cache is released kReleaseLag pushes later, its sets' reference
+    // counts prefetched meanwhile: they are seldom in cache by then, and a release waits for them.
+    static constexpr size_t kReleaseLag = 8;
+    std::array<InternedSets, kReleaseLag> releasing_{};
+    size_t releaseAt_ = 0;
 };
 
 } // namespace Census

@@ -39,7 +39,7 @@ size_t InputFile::read(uint8_t* dst, size_t n) {
 
 namespace {
 
-constexpr size_t kRawChunk = 1 << 18;
+constexpr size_t kRawChunk = 64 << 10;
 constexpr size_t kMaxStep = size_t(1) << 30; // what one zlib/bzip2 call may be handed
 
 // The file descriptor and a buffer of raw (possibly compressed) bytes; the first bytes are

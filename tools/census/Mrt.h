@@ -64,8 +64,8 @@ struct MrtRecord {
 class MrtReader {
 public:
     // Small enough to stay in the second-level cache between the decompressor writing it and the
-    // decoder reading it.
-    static constexpr size_t kDefaultBufferSize = 256 << 10;
+    // decoder reading it, and to cost few pages for a small file.
+    static constexpr size_t kDefaultBufferSize = 64 << 10;
 
     // bufferSize is the starting size; the buffer grows for a record that does not fit.
     explicit MrtReader(std::unique_ptr<InputFile> in, size_t bufferSize = kDefaultBufferSize);

@@ -1,7 +1,7 @@
 #include "census/Progress.h"
 
 #include <algorithm>
-#include <fstream>
+#include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -56,23 +56,29 @@ bool Progress::isTerminal(std::FILE* out) {
 
 uint64_t Progress::expectedBytes(const std::string& path) {
     if (path == "-") return 0;
+    // Only a regular file is opened (a named pipe would wait for its writer); plain reads, as
+    // this runs once per file before anything else, where a stream's set-up would show.
     struct stat st;
     if (stat(path.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return 0;
-    std::ifstream f(path, std::ios::binary);
+    const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return 0;
+    uint64_t n = 0;
     unsigned char head[3] = {};
-    f.read(reinterpret_cast<char*>(head), 3);
-    if (f.gcount() < 3) return uint64_t(st.st_size);
-    if (head[0] == 0x1f && head[1] == 0x8b) {
-        // ISIZE: the member's length mod 2^32, little-endian, in the last four bytes.
-        if (st.st_size < 18) return 0;
-        unsigned char t[4];
-        f.seekg(st.st_size - 4);
-        f.read(reinterpret_cast<char*>(t), 4);
-        if (f.gcount() != 4) return 0;
-        return uint64_t(t[0]) | uint64_t(t[1]) << 8 | uint64_t(t[2]) << 16 | uint64_t(t[3]) << 24;
+    if (fstat(fd, &st) == 0) {
+        if (pread(fd, head, 3, 0) < 3) {
+            n = uint64_t(st.st_size);
+        } else if (head[0] == 0x1f && head[1] == 0x8b) {
+            // ISIZE: the member's length mod 2^32, little-endian, in the last four bytes.
+            unsigned char t[4];
+            if (st.st_size >= 18 && pread(fd, t, 4, st.st_size - 4) == 4)
+                n = uint64_t(t[0]) | uint64_t(t[1]) << 8 | uint64_t(t[2]) << 16 |
+                    uint64_t(t[3]) << 24;
+        } else if (!(head[0] == 'B' && head[1] == 'Z' && head[2] == 'h')) {
+            n = uint64_t(st.st_size);
+        }
     }
-    if (head[0] == 'B' && head[1] == 'Z' && head[2] == 'h') return 0;
-    return uint64_t(st.st_size);
+    ::close(fd);
+    return n;
 }
 
 } // namespace Census

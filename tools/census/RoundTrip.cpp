@@ -138,9 +138,25 @@ public:
         written.push_back({uint32_t(bytes.size()), uint32_t(attribute.size()), attrType});
         bytes.insert(bytes.end(), attribute.begin(), attribute.end());
     }
-    std::span<const uint8_t> at(const Written& w) const {
-        return {bytes.data() + w.offset, w.size};
+    // Indexes a wire form kept by formOf (attributes back to back, as storeAttribute got them),
+    // as though it had just been written: a set is written once however its paths compare.
+    void index(const std::vector<uint8_t>& form) {
+        reset();
+        base = form.data();
+        const size_t n = form.size();
+        for (size_t at = 0; at + 3 <= n;) {
+            const uint8_t flags = form[at], type = form[at + 1];
+            const bool extended = flags & 0x10;
+            if (extended && at + 4 > n) break;
+            const size_t size = extended ? 4 + (size_t(form[at + 2]) << 8 | form[at + 3])
+                                         : 3 + size_t(form[at + 2]);
+            if (at + size > n) break;
+            if (first[type] == 0xffff) first[type] = uint16_t(written.size());
+            written.push_back({uint32_t(at), uint32_t(size), type});
+            at += size;
+        }
     }
+    std::span<const uint8_t> at(const Written& w) const { return {base + w.offset, w.size}; }
 
     // The whole wire form of set as written for one session kind (variant), kept for the sets
     // seen last: a set is immutable, so it is written once and every path received with it is
@@ -154,6 +170,11 @@ public:
         if (f.set.get() != &set || f.variant != variant) {
             reset();
             set.serializeInternal(this, asn4, true, nextHop);
+            // The set pushed out is released kReleaseLag pushes later, its count prefetched now.
+            Mel::PtrConst<Routing::Bgp::PathAttributes>& gone =
+                releasing[releaseAt++ % releasing.size()];
+            gone = std::move(f.set);
+            __builtin_prefetch(gone.get(), 1);
             f.set = Mel::PtrConst<Routing::Bgp::PathAttributes>(&set);
             f.variant = variant;
             f.bytes.assign(bytes.begin(), bytes.end());
@@ -163,9 +184,11 @@ public:
     void formsClear() {
         for (Form& f : forms)
             f = Form();
+        releasing.fill(nullptr);
     }
 
     std::vector<uint8_t> bytes;
+    const uint8_t* base = nullptr; // the form written indexes
     std::vector<Written> written;
     std::array<uint16_t, 256> first{};
     AttributeDecoder inner; // to tell a malformed ATTR_SET
@@ -177,6 +200,8 @@ private:
         std::vector<uint8_t> bytes;
     };
     std::array<Form, 1024> forms;
+    std::array<Mel::PtrConst<Routing::Bgp::PathAttributes>, 8> releasing{};
+    size_t releaseAt = 0;
 };
 
 RoundTrip::RoundTrip() : sink_(new Sink) {}
@@ -223,24 +248,39 @@ void RoundTrip::check(const DecodedPath& path, const Routing::Bgp::PathAttribute
         end = attr.wire.data() + attr.wire.size();
     }
     Sink& sink = *sink_;
-    // Most paths arrive exactly as the set is written: then every attribute matches, and the
-    // attribute-by-attribute comparison below has nothing to explain.
+    const std::vector<uint8_t>* form = nullptr;
     try {
-        if (contiguous && !mp) {
-            const std::vector<uint8_t>& form = sink.formOf(set, path.asnSize == 4, nextHopArrived);
-            const uint8_t* begin = a.list.front().wire.data();
-            if (sameBytes({begin, size_t(end - begin)}, form)) {
-                for (const PathAttribute& attr : a.list)
-                    ++counts_.byType[attr.type].matched;
-                return;
-            }
-        }
-        sink.reset();
-        set.serializeInternal(&sink, path.asnSize == 4, true, nextHopArrived);
+        form = &sink.formOf(set, path.asnSize == 4, nextHopArrived);
     } catch (const PathAttributeTooLongException&) {
         ++counts_.notWritable;
         return;
     }
+    // Most paths arrive exactly as the set is written (MP_REACH_NLRI and MP_UNREACH_NLRI left
+    // out): then every attribute matches, and the attribute-by-attribute comparison below has
+    // nothing to explain.
+    bool same;
+    if (contiguous && !mp) {
+        const uint8_t* begin = a.list.front().wire.data();
+        same = sameBytes({begin, size_t(end - begin)}, *form);
+    } else {
+        size_t at = 0;
+        same = true;
+        for (const PathAttribute& attr : a.list) {
+            if (attr.type == T::mpReachNlri_ || attr.type == T::mpUnreachNlri_) continue;
+            same = at + attr.wire.size() <= form->size() &&
+                   sameBytes(attr.wire, {form->data() + at, attr.wire.size()});
+            if (!same) break;
+            at += attr.wire.size();
+        }
+        same = same && at == form->size();
+    }
+    if (same) {
+        for (const PathAttribute& attr : a.list)
+            if (attr.type != T::mpReachNlri_ && attr.type != T::mpUnreachNlri_)
+                ++counts_.byType[attr.type].matched;
+        return;
+    }
+    sink.index(*form);
 
     const bool mpNextHop = nextHopFromMpReach(path);
     auto explain = [&](uint8_t type, RoundTripReason r) {

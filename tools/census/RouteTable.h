@@ -15,9 +15,10 @@
 
 namespace Census {
 
-// Slot arrays of a megabyte and more are mapped on their own and asked for huge pages: a full
-// table then costs a few page faults instead of one per 4 KiB (each of them dear in a virtual
-// machine), and its memory goes back to the system when freed.
+// Slot arrays of 64 KiB and more are mapped on their own with their pages populated in one call
+// (every slot is written as the array is made, and a page fault each costs several times as much,
+// above all in a virtual machine); from a megabyte on they are asked for huge pages too. Their
+// memory goes back to the system when freed.
 void* routeTableAllocate(size_t bytes);
 void routeTableDeallocate(void* p, size_t bytes) noexcept;
 

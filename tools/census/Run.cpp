@@ -57,7 +57,7 @@ public:
     }
 
 private:
-    static constexpr size_t kDepth = 4;
+    static constexpr size_t kDepth = 3;
     std::mutex m_;
     std::condition_variable notEmpty_, notFull_;
     std::deque<std::shared_ptr<const Batch>> q_;
@@ -108,13 +108,48 @@ void MrtIngest::dropCaches() {
     roundTrip_.formsClear();
 }
 
+const Prefix* MrtIngest::next(Cursor& c, uint8_t& safi) const noexcept {
+    while (c.run < runs_.size() && c.at == runs_[c.run].prefixes.size()) {
+        ++c.run;
+        c.at = 0;
+    }
+    if (c.run == runs_.size()) return nullptr;
+    safi = runs_[c.run].safi;
+    return &runs_[c.run].prefixes[c.at++];
+}
+
+void MrtIngest::prefetchAhead() noexcept {
+    uint8_t safi = 0;
+    if (const Prefix* p = next(ahead_, safi)) rib_.prefetch(updatePeer_, *p, safi);
+}
+
+void MrtIngest::onUpdate(const DecodedUpdate& u) {
+    cached_ = false;
+    ahead_ = Cursor{runs_.size(), 0};
+    updatePeer_ = peers_.index(u.peer);
+    if (threads_ > 1 && updatePeer_ % threads_ != index_) return;
+    runs_ = {PrefixRun{u.withdrawn, kSafiUnicast}, PrefixRun{}, PrefixRun{u.nlri, kSafiUnicast},
+             PrefixRun{}};
+    if (const DecodedAttributes* a = u.attributes) {
+        runs_[1] = {a->mpUnreachPrefixes, a->mpUnreach.safi};
+        runs_[3] = {a->mpReachPrefixes, a->mpReach.safi};
+    }
+    ahead_ = Cursor{};
+    for (size_t i = 0; i < kPrefetchAhead; ++i)
+        prefetchAhead();
+}
+
 void MrtIngest::onPath(const DecodedPath& p) {
     const uint16_t peer = peers_.index(p.peer);
     if (threads_ > 1 && peer % threads_ != index_) return;
     const uint64_t t0 = ticksNow();
-    // The route's RIB slot is most likely not in cache: start loading it now, and build and
-    // intern the path's attributes meanwhile.
-    rib_.prefetch(peer, p.prefix, p.safi);
+    // The route's RIB slot is most likely not in cache: start loading it now (or, for an UPDATE's
+    // paths, that of a path further on: this one's was started then), and build and intern the
+    // path's attributes meanwhile.
+    if (p.source == PathSource::RibEntry)
+        rib_.prefetch(peer, p.prefix, p.safi);
+    else
+        prefetchAhead();
     if (p.withdrawal()) {
         withdraw(peer, p.prefix, p.safi);
     } else if (!p.usable()) {
@@ -242,8 +277,9 @@ std::vector<FileOutcome> CensusRun::readPipelined(const std::vector<std::string>
             w.dropCaches();
         });
 
-    // Small enough that a batch is still in cache when a worker takes it up.
-    constexpr size_t kBatchBytes = 256 << 10;
+    // Small enough that a batch is still in cache when a worker takes it up, and that the few
+    // batches in flight cost few pages.
+    constexpr size_t kBatchBytes = 64 << 10;
     // Batches go back to a pool when every worker is done with them: fresh ones would cost a page
     // fault per 4 KiB each time.
     std::mutex poolMutex;
@@ -273,16 +309,15 @@ std::vector<FileOutcome> CensusRun::readPipelined(const std::vector<std::string>
     // The first batches are small, so the workers start while the reader is still warming up.
     size_t batchBytes = 16 << 10;
     std::shared_ptr<Batch> batch;
-    auto flush = [&](size_t next) {
+    // The next batch is taken when the next record comes: none is left over at the end.
+    auto flush = [&] {
         std::shared_ptr<const Batch> b = std::move(batch);
         for (BatchQueue& q : queues)
             q.push(b);
-        batch = fresh(next);
     };
     for (size_t f = 0; f < fileCount; ++f) {
         const std::string& path = paths[f];
         FileOutcome& out = r[f];
-        batch = fresh(f);
         std::unique_ptr<Progress> bar;
         if (opts_.progress && (expected[f] >= Progress::kLargeBytes || path == "-"))
             bar = std::make_unique<Progress>(opts_.progress, path, expected[f]);
@@ -290,13 +325,14 @@ std::vector<FileOutcome> CensusRun::readPipelined(const std::vector<std::string>
             MrtReader reader(InputFile::open(path));
             MrtRecord rec;
             while (reader.next(rec)) {
+                if (!batch) batch = fresh(f);
                 Batch::Rec x{rec, batch->bytes.size(), rec.body.size()};
                 x.header.body = {};
                 batch->bytes.insert(batch->bytes.end(), rec.body.begin(), rec.body.end());
                 batch->recs.push_back(x);
                 if (batch->bytes.size() >= batchBytes ||
                     batch->recs.size() == batch->recs.capacity()) {
-                    flush(f);
+                    flush();
                     batchBytes = std::min(batchBytes * 2, kBatchBytes);
                 }
                 if (bar) bar->update(reader.offset(), announced.load(std::memory_order_relaxed));
@@ -308,8 +344,7 @@ std::vector<FileOutcome> CensusRun::readPipelined(const std::vector<std::string>
             out.bytes = e.offset();
         }
         // What was read before an error is still decoded and kept.
-        if (!batch->recs.empty()) flush(f);
-        batch.reset();
+        if (batch) flush();
         if (bar) bar->finalIs(out.bytes, announced.load(std::memory_order_relaxed));
     }
     for (BatchQueue& q : queues)

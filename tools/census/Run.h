@@ -17,9 +17,11 @@
 #include "census/RoundTrip.h"
 #include "census/Synthetic.h"
 
+#include <array>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <span>
 #include <string>
 #include <vector>
 
@@ -50,7 +52,7 @@ public:
               unsigned threads = 1, unsigned index = 0);
     ~MrtIngest() override;
 
-    void onUpdate(const DecodedUpdate&) override { cached_ = false; }
+    void onUpdate(const DecodedUpdate& u) override;
     void onPath(const DecodedPath& p) override;
 
     void dropCaches() override;
@@ -67,6 +69,24 @@ private:
     unsigned threads_, index_;
     bool cached_ = false;
     PathSource cachedSource_ = PathSource::RibEntry;
+    // The prefixes of the UPDATE being handed out, in the order its paths come (withdrawn,
+    // MP_UNREACH_NLRI, NLRI, MP_REACH_NLRI): while a path is handled, the RIB slot of the path
+    // kPrefetchAhead places on starts loading, so that the paths sharing their UPDATE's set
+    // (quick to handle, with nothing to intern) find their slots in cache.
+    static constexpr size_t kPrefetchAhead = 8;
+    struct PrefixRun {
+        std::span<const Prefix> prefixes;
+        uint8_t safi;
+    };
+    struct Cursor {
+        size_t run = 0, at = 0;
+    };
+    // The prefix at c (then moves c on), or null past the last one.
+    const Prefix* next(Cursor& c, uint8_t& safi) const noexcept;
+    void prefetchAhead() noexcept;
+    std::array<PrefixRun, 4> runs_{};
+    Cursor ahead_{4, 0};
+    uint16_t updatePeer_ = 0;
 };
 
 class CensusRun {
