@@ -4,6 +4,7 @@
 
 #include <random>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -16,11 +17,14 @@ uint32_t hashOf(uint32_t ref) {
 }
 
 // Random inserts and removals against a model, with hashes drawn from a few values (long runs
-// of equal home slots, wrap-around at the end of the array) or from many: every entry is found,
-// nothing else is, the array grows only with the live entries, and the byte counter matches.
+// of equal home slots, wrap-around at the end of the array) or from many, and (big) half the
+// references from the middle of the run on too large for a packed slot, so the set turns wide
+// while it holds entries and packs again once they are gone: every entry is found, nothing else
+// is, the array grows only with the live entries, and the byte counter matches.
 TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
-    for (uint32_t distinctHashes : {3u, 50u, 1000000u}) {
-        SCOPED_TRACE(distinctHashes);
+    for (auto [distinctHashes, big] :
+         {std::pair{3u, false}, {50u, false}, {1000000u, false}, {3u, true}, {1000000u, true}}) {
+        SCOPED_TRACE(testing::Message() << distinctHashes << (big ? " big" : ""));
         hashes.clear();
         std::mt19937 rng(distinctHashes);
         std::atomic<int64_t> bytes{0};
@@ -29,6 +33,7 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
         uint32_t peak = 0;
         for (uint32_t step = 0; step < 40000; ++step) {
             uint32_t ref = 1 + rng() % 3000;
+            if (big && step >= 20000 && ref % 2) ref |= Keel::RefSet::packedLimit << (ref % 7);
             if (!hashes.count(ref)) hashes[ref] = uint32_t(rng() % distinctHashes) * 0x9E3779B9u;
             uint32_t h = hashes[ref];
             uint32_t at = set.find(h, [ref](uint32_t r) { return r == ref; });
@@ -45,11 +50,15 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
             ASSERT_EQ(bytes.load(), int64_t(set.memoryBytes()));
         }
         uint32_t n = 0;
+        bool anyBig = false;
         set.forEach([&](uint32_t r) {
             EXPECT_TRUE(live[r]);
+            anyBig |= r >= Keel::RefSet::packedLimit;
             ++n;
         });
         EXPECT_EQ(n, set.size());
+        EXPECT_EQ(anyBig, big);
+        EXPECT_EQ(set.wide(), big);
         for (auto& [ref, in] : live)
             EXPECT_EQ(set.find(hashes[ref], [r = ref](uint32_t x) { return x == r; }) !=
                           Keel::RefSet::npos,
@@ -73,6 +82,26 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
                           Keel::RefSet::npos,
                       in);
         ASSERT_EQ(bytes.load(), int64_t(set.memoryBytes()));
+        // The big ones gone, the next rebuild packs the set again.
+        if (big) {
+            std::vector<uint32_t> bigOnes;
+            set.forEach([&](uint32_t r) {
+                if (r >= Keel::RefSet::packedLimit) bigOnes.push_back(r);
+            });
+            for (uint32_t r : bigOnes) {
+                set.eraseAt(set.find(hashes[r], [r](uint32_t x) { return x == r; }), &hashOf,
+                            &bytes);
+                live[r] = false;
+            }
+            for (uint32_t ref = 1; set.wide(); ++ref) {
+                if (live[ref]) continue;
+                if (!hashes.count(ref)) hashes[ref] = ref * 0x9E3779B9u;
+                set.insert(hashes[ref], ref, &hashOf, &bytes);
+                live[ref] = true;
+            }
+            set.forEach([&](uint32_t r) { EXPECT_TRUE(live[r]) << r; });
+            ASSERT_EQ(bytes.load(), int64_t(set.memoryBytes()));
+        }
         set.clear(&bytes);
         EXPECT_EQ(bytes.load(), 0);
     }
