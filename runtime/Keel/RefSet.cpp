@@ -22,14 +22,8 @@ void RefSet::place(uint32_t hash, uint32_t ref) noexcept {
             __m128i c = _mm_load_si128(reinterpret_cast<const __m128i*>(ctrl_) + g);
             free = ~uint32_t(_mm_movemask_epi8(c)) & 0xffff; // a free slot has its high bit clear
         } else {
-            // A free slot is all zero (a full one holds a reference, which is never 0).
-            free = 0;
-            const uint32_t* w = packedSlots() + size_t(g) * groupSlots;
-            for (uint32_t q = 0; q < 4; ++q) {
-                __m128i v = _mm_load_si128(reinterpret_cast<const __m128i*>(w) + q);
-                __m128i z = _mm_cmpeq_epi32(v, _mm_setzero_si128());
-                free |= uint32_t(_mm_movemask_ps(_mm_castsi128_ps(z))) << (4 * q);
-            }
+            // A free slot is 0; a full one's tag never is.
+            free = packedMatch(packedSlots() + size_t(g) * groupSlots, _mm_setzero_si128());
         }
         if (free) {
             uint32_t i = g * groupSlots + uint32_t(__builtin_ctz(free));
