@@ -52,8 +52,9 @@ void RefSet::rehash(uint32_t groups, bool forceWide, HashOf hashOf, Counter byte
     const uint8_t* oldArray = ctrl_;
     const uint32_t oldGroups = groups_;
     const bool oldWide = wide_;
+    // Only a wide set can hold a reference too large to pack.
     bool wide = forceWide;
-    for (uint32_t i = 0; !wide && i < capacity(); ++i)
+    for (uint32_t i = 0; !wide && oldWide && i < capacity(); ++i)
         wide = full(i) && refAt(i) >= packedLimit;
     // Read the old entries through a set that still describes the old array.
     RefSet old;
