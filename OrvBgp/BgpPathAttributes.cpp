@@ -16,6 +16,9 @@
 
 namespace Routing::Bgp {
 
+// The packed layout's words start right after the 12-byte header and the 12 bytes every set has.
+static_assert(sizeof(PathAttributesCommon) == 24 && sizeof(FullPathAttributes) == 24);
+
 // ---- interning ----
 
 // The interned-first check on one pointer about to be hashed, in the words the assertion uses.
@@ -143,18 +146,18 @@ namespace {
 PathAttributes* createTier(PathAttributeType t, const PathAttributesContents& c) {
     switch (t) {
     case PathAttributeType::base:
-        return new PathAttributesCommon(c);
+        return PathAttributesCommon::create(c);
     case PathAttributeType::withCommList:
-        return new PathAttributesWithCommList(c);
+        return PathAttributesWithCommList::create(c);
     case PathAttributeType::withExtCommList:
-        return new PathAttributesWithExtCommList(c);
+        return PathAttributesWithExtCommList::create(c);
     case PathAttributeType::internet:
-        return new PathAttributesInternet(c);
+        return PathAttributesInternet::create(c);
     case PathAttributeType::full:
     case PathAttributeType::withRibOutLbwContext:
         break;
     }
-    return new FullPathAttributes(c);
+    return FullPathAttributes::create(c);
 }
 } // namespace
 

@@ -58,6 +58,14 @@ public:
     explicit operator bool() const noexcept { return ref_ != 0; }
     Mel::Ptr<T> ptr() const noexcept { return Mel::Ptr<T>(get()); }
     uint32_t compressed() const noexcept { return ref_; }
+    // Gives up the reference without releasing it: the caller keeps it as a bare word.
+    uint32_t detach() noexcept { return std::exchange(ref_, 0); }
+    // Takes back a reference that detach gave up (0 for null).
+    static CompressedStashSmartPtr adopt(uint32_t ref) noexcept {
+        CompressedStashSmartPtr p;
+        p.ref_ = ref;
+        return p;
+    }
 
     friend bool operator==(const CompressedStashSmartPtr& a,
                            const CompressedStashSmartPtr& b) noexcept {

@@ -3,6 +3,7 @@
 #include "OrvBgp/AddressNexthop.h"
 #include "OrvBgp/PathAttributesSerializeStore.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
+#include "reliability/EveryAttributeHelpers.h"
 #include "support/InternContract.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +34,42 @@ struct Pool {
             nexthops.push_back(
                 nhTable.nexthop(Orvnet::IpGenAddr(Orvnet::IpAddr::fromHostOrder(0x0a000001 + i))));
         }
+        // One of each of the full tier's own pointers, from sets that hold them.
+        auto& full = every.full;
+        auto& uncommon = every.sets[3];
+        clusterLists = {full->clusterListGet()};
+        ip6Lists = {uncommon->extCommIp6ListGet()};
+        pmsiTunnels = {full->pmsiTunnelGet()};
+        prefixSids = {full->prefixSidGet()};
+        tunnelEncaps = {full->tunnelEncapGet()};
+        domainPaths = {full->domainPathGet()};
+        linkStates = {uncommon->linkStateGet()};
+        attributeSets = {uncommon->customerAttributeSetGet()};
+        gunks = {full->gunkPathAttrListGet()};
     }
+    // The references every member of the pool holds now, by object.
+    std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> refCounts() const {
+        std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> out;
+        auto add = [&out](const auto& v) {
+            for (const auto& x : v)
+                out.emplace_back(x.get(), x->refCount());
+        };
+        add(commLists), add(extCommLists), add(largeCommLists), add(aggregators), add(aigps);
+        add(paths), add(nexthops), add(clusterLists), add(ip6Lists), add(pmsiTunnels);
+        add(prefixSids), add(tunnelEncaps), add(domainPaths), add(linkStates), add(attributeSets);
+        add(gunks);
+        return out;
+    }
+    OrvTest::EveryInterned every;
+    std::vector<Mel::PtrConst<ClusterList>> clusterLists;
+    std::vector<Mel::PtrConst<Routing::ExtCommIp6List>> ip6Lists;
+    std::vector<Mel::PtrConst<PmsiTunnel>> pmsiTunnels;
+    std::vector<Mel::PtrConst<PrefixSid>> prefixSids;
+    std::vector<Mel::PtrConst<TunnelEncap>> tunnelEncaps;
+    std::vector<Mel::PtrConst<DomainPath>> domainPaths;
+    std::vector<Mel::PtrConst<LinkStateAttrBase>> linkStates;
+    std::vector<Mel::PtrConst<AttributeSet>> attributeSets;
+    std::vector<Mel::PtrConst<GunkPathAttrList>> gunks;
     AddressNexthopDedupTable nhTable{BgpVrfIdBase(0), Orvnet::AfiSafi::ipv4Unicast()};
     std::vector<Mel::PtrConst<Routing::CommList>> commLists;
     std::vector<Mel::PtrConst<Routing::ExtCommList>> extCommLists;
@@ -82,7 +118,7 @@ uint32_t recomputedBits(const C& c) {
 void randomSet(C& c, std::mt19937& rng) {
     Pool& p = pool();
     auto pick = [&](auto& v) { return rng() % 3 == 0 ? nullptr : v[rng() % v.size()]; };
-    switch (rng() % 14) {
+    switch (rng() % 25) {
     case 0:
         c.weightIs(RouteWeight(rng() % 3));
         break;
@@ -127,6 +163,39 @@ void randomSet(C& c, std::mt19937& rng) {
         break;
     case 13:
         c.originIs(Origin(rng() % 3));
+        break;
+    case 14:
+        c.tagIs(rng() % 3);
+        break;
+    case 15:
+        c.localPrefIs(rng() % 2 ? RoutingLocalPref(rng() % 3) : RoutingLocalPref());
+        break;
+    case 16:
+        c.clusterListIs(pick(p.clusterLists));
+        break;
+    case 17:
+        c.extCommIp6ListIs(pick(p.ip6Lists));
+        break;
+    case 18:
+        c.pmsiTunnelIs(pick(p.pmsiTunnels));
+        break;
+    case 19:
+        c.prefixSidIs(pick(p.prefixSids));
+        break;
+    case 20:
+        c.tunnelEncapIs(pick(p.tunnelEncaps));
+        break;
+    case 21:
+        c.domainPathIs(pick(p.domainPaths));
+        break;
+    case 22:
+        c.linkStateIs(pick(p.linkStates));
+        break;
+    case 23:
+        c.customerAttributeSetIs(pick(p.attributeSets));
+        break;
+    case 24:
+        c.gunkPathAttrListIs(pick(p.gunks));
         break;
     }
 }
@@ -287,7 +356,9 @@ std::string inboundDifference(const PathAttributes& a, const C& c) {
 
 // Contents at each tier's edge, then random ones: the tier is the smallest that holds them (the
 // edges say which), every getter answers the contents' value or the default, and the set reads
-// back whole and interns back to itself.
+// back whole, interns back to itself, equals its read-back twin and releases what it held.
+Mel::PtrConst<PathAttributes> destashedTwin(PathAttributeType t, const C& c);
+
 TEST(PathAttributes, ModelBasedTierAndGetters) {
     Pool& p = pool();
     using T = PathAttributeType;
@@ -308,12 +379,15 @@ TEST(PathAttributes, ModelBasedTierAndGetters) {
     cases[6].first.largeCommListIs(p.largeCommLists[1]);
     cases[6].second = T::internet;
     std::mt19937 rng(7);
-    for (int run = 0; run < 300; ++run) {
+    for (int run = 0; run < 600; ++run) {
         C c;
-        for (int i = 0; i < 8; ++i)
+        for (int i = 0; i < 14; ++i)
             randomSet(c, rng);
         cases.push_back({c, smallestHolding(c)});
     }
+    // A set keeps only the members other than their defaults, each holding one reference: once
+    // the sets are gone, every sub-attribute is back to the references it had.
+    const auto before = p.refCounts();
     for (const auto& [c, tier] : cases) {
         ASSERT_EQ(smallestHolding(c), tier) << valueToStrep(c);
         auto a = intern(c);
@@ -324,7 +398,10 @@ TEST(PathAttributes, ModelBasedTierAndGetters) {
         EXPECT_EQ(back, c);
         EXPECT_EQ(intern(back), a);
         EXPECT_EQ(a->hash(), PathAttributes::contentsHash(a->getType(), c));
+        auto twin = destashedTwin(tier, c);
+        EXPECT_TRUE(a->compare(twin.get()) && twin->compare(a.get())) << valueToStrep(c);
     }
+    EXPECT_EQ(p.refCounts(), before);
 }
 
 // A set of tier t built as read back from the store: a different class with the same members.
