@@ -8,7 +8,7 @@
 
 #include <bit>
 #include <cstring>
-#include <tuple>
+#include <type_traits>
 
 namespace Routing::Bgp {
 
@@ -29,20 +29,17 @@ void feedTierPointers(Keel::HashMix& m, PathAttributeType t, const PathAttribute
 template <class T>
 using Stashed = MelStash::CompressedStashSmartPtr<T const, 4>;
 
-template <class T>
-inline const void* addr(const Stashed<T>& p) noexcept {
-    return p.get();
-}
-
-// The inbound layout. After the 12-byte object header come the two members every set has (next
-// hop and AS path, null or not), the flags, the preference and `present_`, a byte naming which of
-// eight optional members follow; then one 32-bit word per optional member that holds other than
-// its default, in bit order: tag, MED, local preference, cluster list, aggregator, communities,
-// extended and large communities (a tier sets only the bits of members it stores). The full tier
-// then has one word of its own (which of its twelve members follow, and the two uncommon flags)
-// and a word for each of those: weight and AS-path weight share one, the unknown-attribute list's
-// full pointer takes two. So a set with a MED and communities is 32 bytes, and a full set whose
-// only uncommon member is a link-local next hop 32 (40 with a MED).
+// The packed layout of both families. After the 12-byte object header come the members every set
+// has, at fixed places (inbound: next hop, AS path, flags, preference; outbound: AS path, flags),
+// and `present_`, a byte naming which of eight optional members follow; then one 32-bit word per
+// optional member that holds other than its default, in bit order: tag (inbound only), MED, local
+// preference, cluster list, aggregator, communities, extended and large communities (a tier sets
+// only the bits of members it stores). The full tier then has one word of its own (which of its
+// twelve members follow, and the two uncommon flags) and a word for each of those: weight and
+// AS-path weight share one, the unknown-attribute list's full pointer takes two; an outbound full
+// set keeps only the pointers. So an inbound set with a MED and communities is 32 bytes, an
+// outbound one 32, with a MED alone 32 and 24, and an inbound full set whose only uncommon member
+// is a link-local next hop 32 (40 with a MED).
 namespace Packed {
 enum Opt : unsigned {
     tag,
@@ -84,82 +81,93 @@ constexpr unsigned optMask(PathAttributeType t) noexcept {
 inline unsigned below(unsigned mask, unsigned bit) noexcept {
     return unsigned(std::popcount(mask & ((1u << bit) - 1)));
 }
+// The members at fixed places, after the object header.
+template <bool Inbound>
+struct Fixed {
+    Stashed<GenNexthop> nextHop_;
+    Stashed<AspathAttrCanonical> aspathAttr_;
+    uint16_t commonFlagsStorage_;
+    Routing::RoutePreference preference_;
+    uint8_t present_;
+};
+template <>
+struct Fixed<false> {
+    Stashed<AspathAttrCanonical> aspathAttr_;
+    uint16_t commonFlagsStorage_;
+    uint8_t present_;
+};
 } // namespace Packed
 
-template <class Root>
+// Storage and the getters both families answer. Inbound: flags masked with 0x7ff; outbound with
+// 0x1ff, and no tag, next hop, preference, weights, metrics or link-local next hop.
+template <class Root, bool Inbound>
 class PackedStorage : public Root {
 public:
     using RootType = Root;
     static constexpr PathAttributeType tierType = PathAttributeType::base;
+    static constexpr uint16_t flagsMask = Inbound ? 0x7ff : 0x1ff;
 
-    Routing::RouteTag tagGet() const noexcept override { return opt(Packed::tag); }
     MultiExitDiscriminator medGet() const noexcept override {
-        return commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(opt(Packed::med))
-                                            : MultiExitDiscriminator();
+        return f_.commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(opt(Packed::med))
+                                               : MultiExitDiscriminator();
     }
     RoutingLocalPref localPrefGet() const noexcept override {
-        return commonFlagsStorage_ >> 7 & 1 ? RoutingLocalPref(opt(Packed::localPref))
-                                            : RoutingLocalPref();
+        return f_.commonFlagsStorage_ >> 7 & 1 ? RoutingLocalPref(opt(Packed::localPref))
+                                               : RoutingLocalPref();
     }
-    Mel::PtrConst<GenNexthop> nextHopGet() const noexcept override { return nextHop_.ptr(); }
     Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept override {
-        return aspathAttr_.ptr();
+        return f_.aspathAttr_.ptr();
     }
     Mel::PtrConst<ClusterList> clusterListGet() const noexcept override {
         return optPtr<ClusterList>(Packed::clusterList);
     }
-    Routing::RoutePreference preferenceGet() const noexcept override { return preference_; }
-    AspType aspTypeGet() const noexcept override { return AspType(commonFlagsStorage_ & 7); }
-    bool atomicAggregateGet() const noexcept override { return commonFlagsStorage_ >> 3 & 1; }
-    Origin originGet() const noexcept override { return Origin(commonFlagsStorage_ >> 4 & 3); }
-    bool llgrStaleGet() const noexcept override { return commonFlagsStorage_ >> 8 & 1; }
-    bool noLlgrGet() const noexcept override { return commonFlagsStorage_ >> 9 & 1; }
-    bool ipLookupAsBackupGet() const noexcept override { return commonFlagsStorage_ >> 10 & 1; }
+    AspType aspTypeGet() const noexcept override { return AspType(f_.commonFlagsStorage_ & 7); }
+    bool atomicAggregateGet() const noexcept override { return f_.commonFlagsStorage_ >> 3 & 1; }
+    Origin originGet() const noexcept override { return Origin(f_.commonFlagsStorage_ >> 4 & 3); }
+    bool llgrStaleGet() const noexcept override { return f_.commonFlagsStorage_ >> 8 & 1; }
 
-    // The bytes after the object that a set of tier t made from c takes.
+    // The bytes beyond the object's size that a set of tier t made from c takes.
     static size_t extraBytesFor(PathAttributeType t, const PathAttributesContents& c) noexcept {
         size_t words = std::popcount(presentFor(t, c));
         if (t == PathAttributeType::full) words += 1 + fullWordsFor(c);
-        return words * 4;
+        size_t end = wordsOffset + words * 4;
+        return end > sizeof(PackedStorage) ? end - sizeof(PackedStorage) : 0;
     }
 
 protected:
-    PackedStorage(const PathAttributesContents& c, PathAttributeType t)
-        : nextHop_(c.nextHopStashed()), aspathAttr_(c.aspathAttrStashed()),
-          commonFlagsStorage_(
-              uint16_t(c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask)),
-          preference_(c.preference()), present_(presentFor(t, c)) {
+    PackedStorage(const PathAttributesContents& c, PathAttributeType t) : f_(fixedFor(c, t)) {
         uint32_t* w = words();
-        auto put = [&w, this](unsigned bit, uint32_t v) {
-            if (present_ >> bit & 1) *w++ = v;
+        // A word for each present member; a reference is taken only for a member kept (contents
+        // may hold members this tier or family does not store).
+        auto ref = [](const auto& p) { return std::remove_cvref_t<decltype(p)>(p).detach(); };
+        auto put = [&w, this](unsigned bit, auto value) {
+            if (f_.present_ >> bit & 1) *w++ = value();
         };
-        put(Packed::tag, c.tag());
-        put(Packed::med, c.medStorage());
-        put(Packed::localPref, c.localPrefStorage());
-        put(Packed::clusterList, Stashed<ClusterList>(c.clusterListStashed()).detach());
-        put(Packed::aggregator, Stashed<Aggregator>(c.aggregatorStashed()).detach());
-        put(Packed::commList, Stashed<CommList>(c.commListStashed()).detach());
-        put(Packed::extCommList, Stashed<ExtCommList>(c.extCommListStashed()).detach());
-        put(Packed::largeCommList, Stashed<LargeCommList>(c.largeCommListStashed()).detach());
+        put(Packed::tag, [&] { return c.tag(); });
+        put(Packed::med, [&] { return c.medStorage(); });
+        put(Packed::localPref, [&] { return c.localPrefStorage(); });
+        put(Packed::clusterList, [&] { return ref(c.clusterListStashed()); });
+        put(Packed::aggregator, [&] { return ref(c.aggregatorStashed()); });
+        put(Packed::commList, [&] { return ref(c.commListStashed()); });
+        put(Packed::extCommList, [&] { return ref(c.extCommListStashed()); });
+        put(Packed::largeCommList, [&] { return ref(c.largeCommListStashed()); });
         if (t != PathAttributeType::full) return;
         uint32_t fp = fullPresentFor(c);
-        *w++ = fp | uint32_t(c.uncommonFlagsStorage() & 3) << 16;
-        auto putFull = [&w, fp](unsigned bit, uint32_t v) {
-            if (fp >> bit & 1) *w++ = v;
+        *w++ = fp | uint32_t(Inbound ? c.uncommonFlagsStorage() & 3 : 0) << 16;
+        auto putFull = [&w, fp](unsigned bit, auto value) {
+            if (fp >> bit & 1) *w++ = value();
         };
-        putFull(Packed::weights, c.weight() | uint32_t(c.bpAsPathWeight()) << 16);
-        putFull(Packed::igpOrRedist, c.igpOrRedistMetricStorage());
-        putFull(Packed::llNextHop, Stashed<GenNexthop>(c.llNextHopStashed()).detach());
-        putFull(Packed::extCommIp6List,
-                Stashed<ExtCommIp6List>(c.extCommIp6ListStashed()).detach());
-        putFull(Packed::pmsiTunnel, Stashed<PmsiTunnel>(c.pmsiTunnelStashed()).detach());
-        putFull(Packed::prefixSid, Stashed<PrefixSid>(c.prefixSidStashed()).detach());
-        putFull(Packed::tunnelEncap, Stashed<TunnelEncap>(c.tunnelEncapStashed()).detach());
-        putFull(Packed::domainPath, Stashed<DomainPath>(c.domainPathStashed()).detach());
-        putFull(Packed::aigpMetric, Stashed<AccumulatedIgpMetric>(c.aigpMetricStashed()).detach());
-        putFull(Packed::linkState, Stashed<LinkStateAttrBase>(c.linkStateStashed()).detach());
-        putFull(Packed::customerAttributeSet,
-                Stashed<AttributeSet>(c.customerAttributeSetStashed()).detach());
+        putFull(Packed::weights, [&] { return c.weight() | uint32_t(c.bpAsPathWeight()) << 16; });
+        putFull(Packed::igpOrRedist, [&] { return c.igpOrRedistMetricStorage(); });
+        putFull(Packed::llNextHop, [&] { return ref(c.llNextHopStashed()); });
+        putFull(Packed::extCommIp6List, [&] { return ref(c.extCommIp6ListStashed()); });
+        putFull(Packed::pmsiTunnel, [&] { return ref(c.pmsiTunnelStashed()); });
+        putFull(Packed::prefixSid, [&] { return ref(c.prefixSidStashed()); });
+        putFull(Packed::tunnelEncap, [&] { return ref(c.tunnelEncapStashed()); });
+        putFull(Packed::domainPath, [&] { return ref(c.domainPathStashed()); });
+        putFull(Packed::aigpMetric, [&] { return ref(c.aigpMetricStashed()); });
+        putFull(Packed::linkState, [&] { return ref(c.linkStateStashed()); });
+        putFull(Packed::customerAttributeSet, [&] { return ref(c.customerAttributeSetStashed()); });
         if (fp >> Packed::gunk & 1) {
             const GunkPathAttrList* g =
                 Mel::PtrConst<GunkPathAttrList>(c.gunkPathAttrListRaw()).detach();
@@ -171,7 +179,7 @@ protected:
     // destruction (the layers below it then find nothing left).
     void releaseWords(PathAttributeType t) noexcept {
         if (t == PathAttributeType::full) {
-            uint32_t* f = words() + std::popcount(present_);
+            uint32_t* f = words() + std::popcount(f_.present_);
             unsigned fp = *f & 0xffff;
             *f = 0;
             auto drop = [&]<class T>(unsigned bit, T*) {
@@ -193,19 +201,20 @@ protected:
             }
         }
         auto drop = [this]<class T>(unsigned bit, T*) {
-            if (present_ >> bit & 1) (void)Stashed<T>::adopt(words()[Packed::below(present_, bit)]);
+            if (f_.present_ >> bit & 1)
+                (void)Stashed<T>::adopt(words()[Packed::below(f_.present_, bit)]);
         };
         drop(Packed::clusterList, (ClusterList*)nullptr);
         drop(Packed::aggregator, (Aggregator*)nullptr);
         drop(Packed::commList, (CommList*)nullptr);
         drop(Packed::extCommList, (ExtCommList*)nullptr);
         drop(Packed::largeCommList, (LargeCommList*)nullptr);
-        present_ = 0;
+        f_.present_ = 0;
     }
 
     // The optional member `bit`, 0 (its default) when absent.
     uint32_t opt(unsigned bit) const noexcept {
-        return present_ >> bit & 1 ? words()[Packed::below(present_, bit)] : 0;
+        return f_.present_ >> bit & 1 ? words()[Packed::below(f_.present_, bit)] : 0;
     }
     template <class T>
     const T* optRaw(unsigned bit) const noexcept {
@@ -216,7 +225,7 @@ protected:
         return Mel::PtrConst<T>(optRaw<T>(bit));
     }
     // The full tier's own word and members (only a full set has them).
-    const uint32_t* fullWords() const noexcept { return words() + std::popcount(present_); }
+    const uint32_t* fullWords() const noexcept { return words() + std::popcount(f_.present_); }
     uint8_t uncommonFlags() const noexcept { return uint8_t(fullWords()[0] >> 16 & 3); }
     uint32_t fullOpt(unsigned bit) const noexcept {
         const uint32_t* f = fullWords();
@@ -243,14 +252,14 @@ protected:
     // The intern hash of the members tier t stores, as the contents hash feeds them.
     void feedHashFor(Keel::HashMix& m, PathAttributeType t) const noexcept {
         auto ptr = [&m](const void* p) { m.hashMix(p); };
-        m.hashMix(Routing::RouteTag(opt(Packed::tag)));
+        if constexpr (Inbound) m.hashMix(Routing::RouteTag(opt(Packed::tag)));
         m.hashMix(opt(Packed::med));
         m.hashMix(opt(Packed::localPref));
-        ptr(nextHop_.get());
-        ptr(aspathAttr_.get());
+        if constexpr (Inbound) ptr(f_.nextHop_.get());
+        ptr(f_.aspathAttr_.get());
         ptr(optRaw<ClusterList>(Packed::clusterList));
-        m.hashMix(commonFlagsStorage_);
-        m.hashMix(preference_);
+        m.hashMix(f_.commonFlagsStorage_);
+        if constexpr (Inbound) m.hashMix(f_.preference_);
         const void* commList = optRaw<CommList>(Packed::commList);
         const void* aggregator = optRaw<Aggregator>(Packed::aggregator);
         const void* extCommList = optRaw<ExtCommList>(Packed::extCommList);
@@ -275,12 +284,14 @@ protected:
         default:
             return;
         }
-        uint32_t w = fullOpt(Packed::weights);
-        m.hashMix(uncommonFlags());
-        m.hashMix(RouteWeight(w));
-        m.hashMix(RouteWeight(w >> 16));
-        m.hashMix(fullOpt(Packed::igpOrRedist));
-        ptr(fullRaw<GenNexthop>(Packed::llNextHop));
+        if constexpr (Inbound) {
+            uint32_t w = fullOpt(Packed::weights);
+            m.hashMix(uncommonFlags());
+            m.hashMix(RouteWeight(w));
+            m.hashMix(RouteWeight(w >> 16));
+            m.hashMix(fullOpt(Packed::igpOrRedist));
+            ptr(fullRaw<GenNexthop>(Packed::llNextHop));
+        }
         ptr(aggregator);
         ptr(commList);
         ptr(extCommList);
@@ -298,11 +309,12 @@ protected:
 
     // Two sets of one class: the same fixed members and the same words.
     bool sameMembersAs(const PackedStorage& o, PathAttributeType t) const noexcept {
-        if (nextHop_ != o.nextHop_ || aspathAttr_ != o.aspathAttr_ ||
-            commonFlagsStorage_ != o.commonFlagsStorage_ || preference_ != o.preference_ ||
-            present_ != o.present_)
+        if constexpr (Inbound)
+            if (f_.nextHop_ != o.f_.nextHop_ || f_.preference_ != o.f_.preference_) return false;
+        if (f_.aspathAttr_ != o.f_.aspathAttr_ ||
+            f_.commonFlagsStorage_ != o.f_.commonFlagsStorage_ || f_.present_ != o.f_.present_)
             return false;
-        size_t n = std::popcount(present_);
+        size_t n = std::popcount(f_.present_);
         if (t == PathAttributeType::full) {
             unsigned fp = fullWords()[0] & 0xffff;
             n += 1 + std::popcount(fp) + (fp >> Packed::gunk & 1);
@@ -313,14 +325,15 @@ protected:
     // Contents that select this set's tier t agree with it on every member (a member the tier
     // does not store is at its default in such contents, as it is absent here).
     bool sameContentsFor(const PathAttributesContents& c, PathAttributeType t) const noexcept {
-        if (nextHop_ != c.nextHopStashed() || aspathAttr_ != c.aspathAttrStashed() ||
-            commonFlagsStorage_ !=
-                (c.commonFlagsStorage() & PathAttributesContents::commonFlagsMask) ||
-            preference_ != c.preference() || present_ != presentFor(t, c))
+        if constexpr (Inbound)
+            if (f_.nextHop_ != c.nextHopStashed() || f_.preference_ != c.preference()) return false;
+        if (f_.aspathAttr_ != c.aspathAttrStashed() ||
+            f_.commonFlagsStorage_ != (c.commonFlagsStorage() & flagsMask) ||
+            f_.present_ != presentFor(t, c))
             return false;
         const uint32_t* w = words();
         auto same = [&w, this](unsigned bit, uint32_t v) {
-            return !(present_ >> bit & 1) || *w++ == v;
+            return !(f_.present_ >> bit & 1) || *w++ == v;
         };
         if (!(same(Packed::tag, c.tag()) && same(Packed::med, c.medStorage()) &&
               same(Packed::localPref, c.localPrefStorage()) &&
@@ -332,7 +345,7 @@ protected:
             return false;
         if (t != PathAttributeType::full) return true;
         uint32_t fp = fullPresentFor(c);
-        if (*w++ != (fp | uint32_t(c.uncommonFlagsStorage() & 3) << 16)) return false;
+        if (*w++ != (fp | uint32_t(Inbound ? c.uncommonFlagsStorage() & 3 : 0) << 16)) return false;
         auto sameFull = [&w, fp](unsigned bit, uint32_t v) {
             return !(fp >> bit & 1) || *w++ == v;
         };
@@ -351,15 +364,17 @@ protected:
                gunkRaw() == c.gunkPathAttrListRaw().get();
     }
 
-    // Writes the members tier t stores into c; the flags last, as stored.
+    // Writes the members tier t stores into c, all but the flags (fillFlagsInto, last).
     void fillFor(PathAttributesContents& c, PathAttributeType t) const {
-        c.tagIs(opt(Packed::tag));
+        if constexpr (Inbound) {
+            c.tagIs(opt(Packed::tag));
+            c.nextHopIs(f_.nextHop_.ptr());
+            c.preferenceIs(f_.preference_);
+        }
         c.medStorageIs(opt(Packed::med));
         c.localPrefStorageIs(opt(Packed::localPref));
-        c.nextHopIs(nextHop_.ptr());
-        c.aspathAttrIs(aspathAttr_.ptr());
+        c.aspathAttrIs(f_.aspathAttr_.ptr());
         c.clusterListIs(optPtr<ClusterList>(Packed::clusterList));
-        c.preferenceIs(preference_);
         unsigned stored = Packed::optMask(t);
         if (stored >> Packed::aggregator & 1)
             c.aggregatorIs(optPtr<Aggregator>(Packed::aggregator));
@@ -368,36 +383,44 @@ protected:
             c.extCommListIs(optPtr<ExtCommList>(Packed::extCommList));
         if (stored >> Packed::largeCommList & 1)
             c.largeCommListIs(optPtr<LargeCommList>(Packed::largeCommList));
-        if (t == PathAttributeType::full) {
+        if (t != PathAttributeType::full) return;
+        if constexpr (Inbound) {
             uint32_t w = fullOpt(Packed::weights);
             c.uncommonFlagsStorageIs(uncommonFlags());
             c.weightIs(RouteWeight(w));
             c.bpAsPathWeightIs(RouteWeight(w >> 16));
             c.igpOrRedistMetricStorageIs(fullOpt(Packed::igpOrRedist));
             c.llNextHopIs(fullPtr<GenNexthop>(Packed::llNextHop));
-            c.extCommIp6ListIs(fullPtr<ExtCommIp6List>(Packed::extCommIp6List));
-            c.pmsiTunnelIs(fullPtr<PmsiTunnel>(Packed::pmsiTunnel));
-            c.prefixSidIs(fullPtr<PrefixSid>(Packed::prefixSid));
-            c.tunnelEncapIs(fullPtr<TunnelEncap>(Packed::tunnelEncap));
-            c.domainPathIs(fullPtr<DomainPath>(Packed::domainPath));
-            c.aigpMetricIs(fullPtr<AccumulatedIgpMetric>(Packed::aigpMetric));
-            c.linkStateIs(fullPtr<LinkStateAttrBase>(Packed::linkState));
-            c.customerAttributeSetIs(fullPtr<AttributeSet>(Packed::customerAttributeSet));
-            c.gunkPathAttrListIs(Mel::PtrConst<GunkPathAttrList>(gunkRaw()));
         }
-        c.commonFlagsStorageIs(commonFlagsStorage_);
+        c.extCommIp6ListIs(fullPtr<ExtCommIp6List>(Packed::extCommIp6List));
+        c.pmsiTunnelIs(fullPtr<PmsiTunnel>(Packed::pmsiTunnel));
+        c.prefixSidIs(fullPtr<PrefixSid>(Packed::prefixSid));
+        c.tunnelEncapIs(fullPtr<TunnelEncap>(Packed::tunnelEncap));
+        c.domainPathIs(fullPtr<DomainPath>(Packed::domainPath));
+        c.aigpMetricIs(fullPtr<AccumulatedIgpMetric>(Packed::aigpMetric));
+        c.linkStateIs(fullPtr<LinkStateAttrBase>(Packed::linkState));
+        c.customerAttributeSetIs(fullPtr<AttributeSet>(Packed::customerAttributeSet));
+        c.gunkPathAttrListIs(Mel::PtrConst<GunkPathAttrList>(gunkRaw()));
+    }
+    // Last of all, after the community list's setter has run: inbound, the flags as stored;
+    // outbound, the kept flags replace their bits and the dropped ones (noLlgr,
+    // ipLookupAsBackup) are as c had them before (`before`).
+    void fillFlagsInto(PathAttributesContents& c, uint16_t before) const {
+        c.commonFlagsStorageIs(
+            uint16_t((Inbound ? 0 : before & ~flagsMask) | f_.commonFlagsStorage_));
     }
 
     void fillViewFor(PathAttributesView& v, PathAttributeType t) const noexcept {
-        v.tag = opt(Packed::tag);
+        if constexpr (Inbound) {
+            v.tag = opt(Packed::tag);
+            v.nextHop = f_.nextHop_.get();
+            v.preference = f_.preference_;
+        }
         v.medStorage = opt(Packed::med);
         v.localPrefStorage = opt(Packed::localPref);
-        v.nextHop = nextHop_.get();
-        v.aspathAttr = aspathAttr_.get();
+        v.aspathAttr = f_.aspathAttr_.get();
         v.clusterList = optRaw<ClusterList>(Packed::clusterList);
-        v.commonFlagsStorage = commonFlagsStorage_;
-        v.preference = preference_;
-        v.uncommonFlagsStorage = 0;
+        v.commonFlagsStorage = f_.commonFlagsStorage_;
         unsigned stored = Packed::optMask(t);
         if (stored >> Packed::aggregator & 1) v.aggregator = optRaw<Aggregator>(Packed::aggregator);
         if (stored >> Packed::commList & 1) v.commList = optRaw<CommList>(Packed::commList);
@@ -406,12 +429,14 @@ protected:
         if (stored >> Packed::largeCommList & 1)
             v.largeCommList = optRaw<LargeCommList>(Packed::largeCommList);
         if (t != PathAttributeType::full) return;
-        uint32_t w = fullOpt(Packed::weights);
-        v.uncommonFlagsStorage = uncommonFlags();
-        v.weight = RouteWeight(w);
-        v.bpAsPathWeight = RouteWeight(w >> 16);
-        v.igpOrRedistMetricStorage = fullOpt(Packed::igpOrRedist);
-        v.llNextHop = fullRaw<GenNexthop>(Packed::llNextHop);
+        if constexpr (Inbound) {
+            uint32_t w = fullOpt(Packed::weights);
+            v.uncommonFlagsStorage = uncommonFlags();
+            v.weight = RouteWeight(w);
+            v.bpAsPathWeight = RouteWeight(w >> 16);
+            v.igpOrRedistMetricStorage = fullOpt(Packed::igpOrRedist);
+            v.llNextHop = fullRaw<GenNexthop>(Packed::llNextHop);
+        }
         v.extCommIp6List = fullRaw<ExtCommIp6List>(Packed::extCommIp6List);
         v.pmsiTunnel = fullRaw<PmsiTunnel>(Packed::pmsiTunnel);
         v.prefixSid = fullRaw<PrefixSid>(Packed::prefixSid);
@@ -423,7 +448,20 @@ protected:
         v.gunkPathAttrList = gunkRaw();
     }
 
+    Packed::Fixed<Inbound> f_;
+
 private:
+    // Where the words start: right after the fixed members, at offset 24 inbound and 20 outbound.
+    static constexpr size_t wordsOffset = 12 + sizeof(Packed::Fixed<Inbound>);
+
+    static Packed::Fixed<Inbound> fixedFor(const PathAttributesContents& c, PathAttributeType t) {
+        auto flags = uint16_t(c.commonFlagsStorage() & flagsMask);
+        if constexpr (Inbound)
+            return {c.nextHopStashed(), c.aspathAttrStashed(), flags, c.preference(),
+                    presentFor(t, c)};
+        else
+            return {c.aspathAttrStashed(), flags, presentFor(t, c)};
+    }
     static uint8_t presentFor(PathAttributeType t, const PathAttributesContents& c) noexcept {
         unsigned p = (c.tag() != 0) << Packed::tag | (c.medStorage() != 0) << Packed::med |
                      (c.localPrefStorage() != 0) << Packed::localPref |
@@ -432,21 +470,25 @@ private:
                      bool(c.commListStashed()) << Packed::commList |
                      bool(c.extCommListStashed()) << Packed::extCommList |
                      bool(c.largeCommListStashed()) << Packed::largeCommList;
-        return uint8_t(p & Packed::optMask(t));
+        return uint8_t(p & Packed::optMask(t) & (Inbound ? 0xff : ~(1u << Packed::tag)));
     }
     static uint32_t fullPresentFor(const PathAttributesContents& c) noexcept {
-        return unsigned(c.weight() != 0 || c.bpAsPathWeight() != 0) << Packed::weights |
-               unsigned(c.igpOrRedistMetricStorage() != 0) << Packed::igpOrRedist |
-               unsigned(bool(c.llNextHopStashed())) << Packed::llNextHop |
-               unsigned(bool(c.extCommIp6ListStashed())) << Packed::extCommIp6List |
-               unsigned(bool(c.pmsiTunnelStashed())) << Packed::pmsiTunnel |
-               unsigned(bool(c.prefixSidStashed())) << Packed::prefixSid |
-               unsigned(bool(c.tunnelEncapStashed())) << Packed::tunnelEncap |
-               unsigned(bool(c.domainPathStashed())) << Packed::domainPath |
-               unsigned(bool(c.aigpMetricStashed())) << Packed::aigpMetric |
-               unsigned(bool(c.linkStateStashed())) << Packed::linkState |
-               unsigned(bool(c.customerAttributeSetStashed())) << Packed::customerAttributeSet |
-               unsigned(bool(c.gunkPathAttrListRaw())) << Packed::gunk;
+        constexpr unsigned outboundKeeps =
+            ~(1u << Packed::weights | 1u << Packed::igpOrRedist | 1u << Packed::llNextHop);
+        unsigned fp = unsigned(c.weight() != 0 || c.bpAsPathWeight() != 0) << Packed::weights |
+                      unsigned(c.igpOrRedistMetricStorage() != 0) << Packed::igpOrRedist |
+                      unsigned(bool(c.llNextHopStashed())) << Packed::llNextHop |
+                      unsigned(bool(c.extCommIp6ListStashed())) << Packed::extCommIp6List |
+                      unsigned(bool(c.pmsiTunnelStashed())) << Packed::pmsiTunnel |
+                      unsigned(bool(c.prefixSidStashed())) << Packed::prefixSid |
+                      unsigned(bool(c.tunnelEncapStashed())) << Packed::tunnelEncap |
+                      unsigned(bool(c.domainPathStashed())) << Packed::domainPath |
+                      unsigned(bool(c.aigpMetricStashed())) << Packed::aigpMetric |
+                      unsigned(bool(c.linkStateStashed())) << Packed::linkState |
+                      unsigned(bool(c.customerAttributeSetStashed()))
+                          << Packed::customerAttributeSet |
+                      unsigned(bool(c.gunkPathAttrListRaw())) << Packed::gunk;
+        return Inbound ? fp : fp & outboundKeeps;
     }
     // Words the full tier's own members take (the unknown-attribute list's pointer two).
     static size_t fullWordsFor(const PathAttributesContents& c) noexcept {
@@ -454,21 +496,14 @@ private:
         return std::popcount(fp) + (fp >> Packed::gunk & 1);
     }
     const uint32_t* words() const noexcept {
-        return reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(this) +
-                                                 sizeof(PackedStorage));
+        return reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(this) + wordsOffset);
     }
     uint32_t* words() noexcept {
-        return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(this) + sizeof(PackedStorage));
+        return reinterpret_cast<uint32_t*>(reinterpret_cast<char*>(this) + wordsOffset);
     }
-
-    Stashed<GenNexthop> nextHop_;
-    Stashed<AspathAttrCanonical> aspathAttr_;
-    uint16_t commonFlagsStorage_;
-    Routing::RoutePreference preference_;
-    uint8_t present_;
 };
 
-// The interning operations of inbound tier T over the packed layout, and the release of its words.
+// The interning operations of tier T over the packed layout, and the release of its words.
 template <class Base, PathAttributeType T>
 class PackedOps : public Base {
 public:
@@ -487,11 +522,33 @@ protected:
         return this->sameContentsFor(c, T);
     }
     void fill(PathAttributesContents& c) const { this->fillFor(c, T); }
-    void fillFlags(PathAttributesContents&, uint16_t) const {}
+    void fillFlags(PathAttributesContents& c, uint16_t before) const {
+        this->fillFlagsInto(c, before);
+    }
     void fillView(PathAttributesView& v) const noexcept { this->fillViewFor(v, T); }
 };
 
-// The getters each larger inbound tier adds, over the tier it derives from.
+// The getters only inbound sets answer, over the storage.
+template <class Base>
+class PackedInboundGetters : public Base {
+public:
+    Routing::RouteTag tagGet() const noexcept override { return this->opt(Packed::tag); }
+    Mel::PtrConst<GenNexthop> nextHopGet() const noexcept override {
+        return this->f_.nextHop_.ptr();
+    }
+    Routing::RoutePreference preferenceGet() const noexcept override {
+        return this->f_.preference_;
+    }
+    bool noLlgrGet() const noexcept override { return this->f_.commonFlagsStorage_ >> 9 & 1; }
+    bool ipLookupAsBackupGet() const noexcept override {
+        return this->f_.commonFlagsStorage_ >> 10 & 1;
+    }
+
+protected:
+    PackedInboundGetters(const PathAttributesContents& c, PathAttributeType t) : Base(c, t) {}
+};
+
+// The getters each larger tier adds, over the tier it derives from.
 template <class Base>
 class PackedCommListGetters : public Base {
 public:
@@ -534,26 +591,10 @@ protected:
     PackedExtCommListGetters(const PathAttributesContents& c, PathAttributeType t) : Base(c, t) {}
 };
 
+// The full tier's pointer getters (both families).
 template <class Base>
-class PackedFullGetters : public Base {
+class PackedFullPointerGetters : public Base {
 public:
-    RouteWeight weightGet() const noexcept override {
-        return RouteWeight(this->fullOpt(Packed::weights));
-    }
-    RouteWeight bpAsPathWeightGet() const noexcept override {
-        return RouteWeight(this->fullOpt(Packed::weights) >> 16);
-    }
-    RedistMetric redistMetricGet() const noexcept override {
-        return this->uncommonFlags() & 1 ? RedistMetric(this->fullOpt(Packed::igpOrRedist))
-                                         : RedistMetric();
-    }
-    IgpMetricForNexthop igpMetricForNexthopGet() const noexcept override {
-        return this->uncommonFlags() & 2 ? IgpMetricForNexthop(this->fullOpt(Packed::igpOrRedist))
-                                         : IgpMetricForNexthop();
-    }
-    Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept override {
-        return this->template fullPtr<GenNexthop>(Packed::llNextHop);
-    }
     Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override {
         return this->template optPtr<Aggregator>(Packed::aggregator);
     }
@@ -595,244 +636,49 @@ public:
     }
 
 protected:
-    PackedFullGetters(const PathAttributesContents& c, PathAttributeType t) : Base(c, t) {}
+    PackedFullPointerGetters(const PathAttributesContents& c, PathAttributeType t) : Base(c, t) {}
 };
 
-// The outbound tiers keep their members at fixed places: the community tiers' pointers, over the
-// outbound base (RibOutBgpPathAttributes.h).
+// The inbound full tier's scalars and link-local next hop, over its pointers.
 template <class Base>
-class WithCommListTier : public Base {
+class PackedFullGetters : public PackedFullPointerGetters<Base> {
 public:
-    static constexpr PathAttributeType tierType = PathAttributeType::withCommList;
-    Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
-    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
-
-protected:
-    explicit WithCommListTier(const PathAttributesContents& c)
-        : Base(c), commList_(c.commListStashed()), aggregator_(c.aggregatorStashed()) {}
-    void feedHash(Keel::HashMix& m) const noexcept {
-        Base::feedHash(m);
-        m.hashMix(addr(commList_));
-        m.hashMix(addr(aggregator_));
+    RouteWeight weightGet() const noexcept override {
+        return RouteWeight(this->fullOpt(Packed::weights));
     }
-    bool sameMembers(const WithCommListTier& o) const noexcept {
-        return Base::sameMembers(o) && commList_ == o.commList_ && aggregator_ == o.aggregator_;
+    RouteWeight bpAsPathWeightGet() const noexcept override {
+        return RouteWeight(this->fullOpt(Packed::weights) >> 16);
     }
-    bool sameContents(const PathAttributesContents& c) const noexcept {
-        return Base::sameContents(c) && commList_ == c.commListStashed() &&
-               aggregator_ == c.aggregatorStashed();
+    RedistMetric redistMetricGet() const noexcept override {
+        return this->uncommonFlags() & 1 ? RedistMetric(this->fullOpt(Packed::igpOrRedist))
+                                         : RedistMetric();
     }
-    void fill(PathAttributesContents& c) const {
-        Base::fill(c);
-        c.commListIs(commList_.ptr());
-        c.aggregatorIs(aggregator_.ptr());
+    IgpMetricForNexthop igpMetricForNexthopGet() const noexcept override {
+        return this->uncommonFlags() & 2 ? IgpMetricForNexthop(this->fullOpt(Packed::igpOrRedist))
+                                         : IgpMetricForNexthop();
     }
-    void fillView(PathAttributesView& v) const noexcept {
-        Base::fillView(v);
-        v.commList = commList_.get();
-        v.aggregator = aggregator_.get();
-    }
-    Stashed<CommList> commList_;
-    Stashed<Aggregator> aggregator_;
-};
-
-template <class Base>
-class InternetTier : public Base {
-public:
-    static constexpr PathAttributeType tierType = PathAttributeType::internet;
-    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
-        return extCommList_.ptr();
-    }
-    Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept override {
-        return largeCommList_.ptr();
+    Mel::PtrConst<GenNexthop> llNextHopGet() const noexcept override {
+        return this->template fullPtr<GenNexthop>(Packed::llNextHop);
     }
 
 protected:
-    explicit InternetTier(const PathAttributesContents& c)
-        : Base(c), extCommList_(c.extCommListStashed()), largeCommList_(c.largeCommListStashed()) {}
-    void feedHash(Keel::HashMix& m) const noexcept {
-        Base::feedHash(m); // commList, aggregator
-        m.hashMix(addr(largeCommList_));
-        m.hashMix(addr(extCommList_));
-    }
-    bool sameMembers(const InternetTier& o) const noexcept {
-        return Base::sameMembers(o) && extCommList_ == o.extCommList_ &&
-               largeCommList_ == o.largeCommList_;
-    }
-    bool sameContents(const PathAttributesContents& c) const noexcept {
-        return Base::sameContents(c) && extCommList_ == c.extCommListStashed() &&
-               largeCommList_ == c.largeCommListStashed();
-    }
-    void fill(PathAttributesContents& c) const {
-        Base::fill(c);
-        c.extCommListIs(extCommList_.ptr());
-        c.largeCommListIs(largeCommList_.ptr());
-    }
-    void fillView(PathAttributesView& v) const noexcept {
-        Base::fillView(v);
-        v.extCommList = extCommList_.get();
-        v.largeCommList = largeCommList_.get();
-    }
-    Stashed<ExtCommList> extCommList_;
-    Stashed<LargeCommList> largeCommList_;
+    PackedFullGetters(const PathAttributesContents& c, PathAttributeType t)
+        : PackedFullPointerGetters<Base>(c, t) {}
 };
 
-template <class Base>
-class WithExtCommListTier : public Base {
-public:
-    static constexpr PathAttributeType tierType = PathAttributeType::withExtCommList;
-    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
-    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
-        return extCommList_.ptr();
-    }
-
-protected:
-    explicit WithExtCommListTier(const PathAttributesContents& c)
-        : Base(c), commList_(c.commListStashed()), extCommList_(c.extCommListStashed()) {}
-    void feedHash(Keel::HashMix& m) const noexcept {
-        Base::feedHash(m);
-        m.hashMix(addr(commList_));
-        m.hashMix(addr(extCommList_));
-    }
-    bool sameMembers(const WithExtCommListTier& o) const noexcept {
-        return Base::sameMembers(o) && commList_ == o.commList_ && extCommList_ == o.extCommList_;
-    }
-    bool sameContents(const PathAttributesContents& c) const noexcept {
-        return Base::sameContents(c) && commList_ == c.commListStashed() &&
-               extCommList_ == c.extCommListStashed();
-    }
-    void fill(PathAttributesContents& c) const {
-        Base::fill(c);
-        c.commListIs(commList_.ptr());
-        c.extCommListIs(extCommList_.ptr());
-    }
-    void fillView(PathAttributesView& v) const noexcept {
-        Base::fillView(v);
-        v.commList = commList_.get();
-        v.extCommList = extCommList_.get();
-    }
-    Stashed<CommList> commList_;
-    Stashed<ExtCommList> extCommList_;
-};
-
-// The sub-attribute pointers of the outbound full tier.
-template <class Base>
-class FullPointersTier : public Base {
-public:
-    static constexpr PathAttributeType tierType = PathAttributeType::full;
-    Mel::PtrConst<Aggregator> aggregatorGet() const noexcept override { return aggregator_.ptr(); }
-    Mel::PtrConst<CommList> commListGet() const noexcept override { return commList_.ptr(); }
-    Mel::PtrConst<ExtCommList> extCommListGet() const noexcept override {
-        return extCommList_.ptr();
-    }
-    Mel::PtrConst<ExtCommIp6List> extCommIp6ListGet() const noexcept override {
-        return extCommIp6List_.ptr();
-    }
-    Mel::PtrConst<LargeCommList> largeCommListGet() const noexcept override {
-        return largeCommList_.ptr();
-    }
-    Mel::PtrConst<PmsiTunnel> pmsiTunnelGet() const noexcept override { return pmsiTunnel_.ptr(); }
-    Mel::PtrConst<PrefixSid> prefixSidGet() const noexcept override { return prefixSid_.ptr(); }
-    Mel::PtrConst<TunnelEncap> tunnelEncapGet() const noexcept override {
-        return tunnelEncap_.ptr();
-    }
-    Mel::PtrConst<DomainPath> domainPathGet() const noexcept override { return domainPath_.ptr(); }
-    Mel::PtrConst<AccumulatedIgpMetric> aigpMetricGet() const noexcept override {
-        return aigpMetric_.ptr();
-    }
-    Mel::PtrConst<LinkStateAttrBase> linkStateGet() const noexcept override {
-        return linkState_.ptr();
-    }
-    Mel::PtrConst<AttributeSet> customerAttributeSetGet() const noexcept override {
-        return customerAttributeSet_.ptr();
-    }
-    Mel::PtrConst<GunkPathAttrList> gunkPathAttrListGet() const noexcept override {
-        return gunkPathAttrList_;
-    }
-
-protected:
-    explicit FullPointersTier(const PathAttributesContents& c)
-        : Base(c), aggregator_(c.aggregatorStashed()), commList_(c.commListStashed()),
-          extCommList_(c.extCommListStashed()), extCommIp6List_(c.extCommIp6ListStashed()),
-          largeCommList_(c.largeCommListStashed()), pmsiTunnel_(c.pmsiTunnelStashed()),
-          prefixSid_(c.prefixSidStashed()), tunnelEncap_(c.tunnelEncapStashed()),
-          domainPath_(c.domainPathStashed()), aigpMetric_(c.aigpMetricStashed()),
-          linkState_(c.linkStateStashed()), customerAttributeSet_(c.customerAttributeSetStashed()),
-          gunkPathAttrList_(c.gunkPathAttrListRaw()) {}
-    // The thirteen pointers in member order, as addresses.
-    auto pointers() const noexcept {
-        return std::make_tuple(addr(aggregator_), addr(commList_), addr(extCommList_),
-                               addr(extCommIp6List_), addr(largeCommList_), addr(pmsiTunnel_),
-                               addr(prefixSid_), addr(tunnelEncap_), addr(domainPath_),
-                               addr(aigpMetric_), addr(linkState_), addr(customerAttributeSet_),
-                               static_cast<const void*>(gunkPathAttrList_.get()));
-    }
-    static auto pointers(const PathAttributesContents& c) noexcept {
-        return std::make_tuple(addr(c.aggregatorStashed()), addr(c.commListStashed()),
-                               addr(c.extCommListStashed()), addr(c.extCommIp6ListStashed()),
-                               addr(c.largeCommListStashed()), addr(c.pmsiTunnelStashed()),
-                               addr(c.prefixSidStashed()), addr(c.tunnelEncapStashed()),
-                               addr(c.domainPathStashed()), addr(c.aigpMetricStashed()),
-                               addr(c.linkStateStashed()), addr(c.customerAttributeSetStashed()),
-                               static_cast<const void*>(c.gunkPathAttrListRaw().get()));
-    }
-    void feedHash(Keel::HashMix& m) const noexcept {
-        Base::feedHash(m);
-        std::apply([&m](auto... p) { (m.hashMix(p), ...); }, pointers());
-    }
-    bool sameMembers(const FullPointersTier& o) const noexcept {
-        return Base::sameMembers(o) && pointers() == o.pointers();
-    }
-    bool sameContents(const PathAttributesContents& c) const noexcept {
-        return Base::sameContents(c) && pointers() == pointers(c);
-    }
-    void fill(PathAttributesContents& c) const {
-        Base::fill(c);
-        c.aggregatorIs(aggregator_.ptr());
-        c.commListIs(commList_.ptr());
-        c.extCommListIs(extCommList_.ptr());
-        c.extCommIp6ListIs(extCommIp6List_.ptr());
-        c.largeCommListIs(largeCommList_.ptr());
-        c.pmsiTunnelIs(pmsiTunnel_.ptr());
-        c.prefixSidIs(prefixSid_.ptr());
-        c.tunnelEncapIs(tunnelEncap_.ptr());
-        c.domainPathIs(domainPath_.ptr());
-        c.aigpMetricIs(aigpMetric_.ptr());
-        c.linkStateIs(linkState_.ptr());
-        c.customerAttributeSetIs(customerAttributeSet_.ptr());
-        c.gunkPathAttrListIs(gunkPathAttrList_);
-    }
-    void fillView(PathAttributesView& v) const noexcept {
-        Base::fillView(v);
-        v.aggregator = aggregator_.get();
-        v.commList = commList_.get();
-        v.extCommList = extCommList_.get();
-        v.extCommIp6List = extCommIp6List_.get();
-        v.largeCommList = largeCommList_.get();
-        v.pmsiTunnel = pmsiTunnel_.get();
-        v.prefixSid = prefixSid_.get();
-        v.tunnelEncap = tunnelEncap_.get();
-        v.domainPath = domainPath_.get();
-        v.aigpMetric = aigpMetric_.get();
-        v.linkState = linkState_.get();
-        v.customerAttributeSet = customerAttributeSet_.get();
-        v.gunkPathAttrList = gunkPathAttrList_.get();
-    }
-
-    Stashed<Aggregator> aggregator_;
-    Stashed<CommList> commList_;
-    Stashed<ExtCommList> extCommList_;
-    Stashed<ExtCommIp6List> extCommIp6List_;
-    Stashed<LargeCommList> largeCommList_;
-    Stashed<PmsiTunnel> pmsiTunnel_;
-    Stashed<PrefixSid> prefixSid_;
-    Stashed<TunnelEncap> tunnelEncap_;
-    Stashed<DomainPath> domainPath_;
-    Stashed<AccumulatedIgpMetric> aigpMetric_;
-    Stashed<LinkStateAttrBase> linkState_;
-    Stashed<AttributeSet> customerAttributeSet_;
-    Mel::PtrConst<GunkPathAttrList> gunkPathAttrList_;
-};
+// The chains of the five tiers over a family's base tier.
+template <class Common>
+using PackedWithCommList =
+    PackedOps<PackedCommListGetters<Common>, PathAttributeType::withCommList>;
+template <class WithCommList>
+using PackedInternet = PackedOps<PackedInternetGetters<WithCommList>, PathAttributeType::internet>;
+template <class Common>
+using PackedWithExtCommList =
+    PackedOps<PackedExtCommListGetters<Common>, PathAttributeType::withExtCommList>;
+using PackedBase =
+    PackedOps<PackedInboundGetters<PackedStorage<PathAttributes, true>>, PathAttributeType::base>;
+template <class Common>
+using PackedFull = PackedOps<PackedFullGetters<Common>, PathAttributeType::full>;
 
 // Completes a tier, inbound or outbound: the interning operations from its member chain. Leaf is
 // the concrete class; the chain's root (PathAttributes or RibOutPathAttributes) chooses the tiers.
@@ -904,20 +750,6 @@ protected:
         explicit Name(const PathAttributesContents& c) : Sealed(c) {}                              \
         Name(const PathAttributesContents& c, PathAttributeType t) : Sealed(c, t) {}               \
     }
-
-namespace PathAttributesTier {
-using PackedBase = PackedOps<PackedStorage<PathAttributes>, PathAttributeType::base>;
-template <class Common>
-using PackedWithCommList =
-    PackedOps<PackedCommListGetters<Common>, PathAttributeType::withCommList>;
-template <class WithCommList>
-using PackedInternet = PackedOps<PackedInternetGetters<WithCommList>, PathAttributeType::internet>;
-template <class Common>
-using PackedWithExtCommList =
-    PackedOps<PackedExtCommListGetters<Common>, PathAttributeType::withExtCommList>;
-template <class Common>
-using PackedFull = PackedOps<PackedFullGetters<Common>, PathAttributeType::full>;
-} // namespace PathAttributesTier
 
 ORV_PATH_ATTRIBUTES_TIER(PathAttributesCommon, PathAttributesTier::PackedBase);
 ORV_PATH_ATTRIBUTES_TIER(PathAttributesWithCommList,

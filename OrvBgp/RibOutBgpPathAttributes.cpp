@@ -6,6 +6,11 @@
 
 namespace Routing::Bgp {
 
+static_assert(PathAttributesTier::RibOutPackedBase::flagsMask ==
+              RibOutPathAttributes::commonFlagsMask);
+// Outbound words start at offset 20: a set with one optional member fits the 24-byte object.
+static_assert(sizeof(RibOutPathAttributesCommon) == 24);
+
 PathAttributeType RibOutPathAttributes::tierFor(uint32_t m) noexcept {
     using C = PathAttributesContents;
     if (m & fullOnlyMask) return PathAttributeType::full;
@@ -42,15 +47,15 @@ namespace {
 RibOutPathAttributes* createTier(PathAttributeType t, const PathAttributesContents& c) {
     switch (t) {
     case PathAttributeType::base:
-        return new RibOutPathAttributesCommon(c);
+        return RibOutPathAttributesCommon::create(c);
     case PathAttributeType::withCommList:
-        return new RibOutPathAttributesWithCommList(c);
+        return RibOutPathAttributesWithCommList::create(c);
     case PathAttributeType::withExtCommList:
-        return new RibOutPathAttributesWithExtCommList(c);
+        return RibOutPathAttributesWithExtCommList::create(c);
     case PathAttributeType::internet:
-        return new RibOutPathAttributesInternet(c);
+        return RibOutPathAttributesInternet::create(c);
     case PathAttributeType::full:
-        return new RibOutFullPathAttributes(c);
+        return RibOutFullPathAttributes::create(c);
     default:
         break;
     }

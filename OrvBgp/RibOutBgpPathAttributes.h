@@ -75,127 +75,44 @@ public:
 };
 std::ostream& operator<<(std::ostream& os, const RibOutPathAttributesFactory& f);
 
-namespace RibOutTier {
-
-template <class T>
-using Stashed = MelStash::CompressedStashSmartPtr<T const, 4>;
-using PathAttributesTier::addr;
-
-template <class Root>
-class CommonTier : public Root {
-public:
-    using RootType = Root;
-    static constexpr PathAttributeType tierType = PathAttributeType::base;
-    MultiExitDiscriminator medGet() const noexcept override {
-        return commonFlagsStorage_ >> 6 & 1 ? MultiExitDiscriminator(medStorage_)
-                                            : MultiExitDiscriminator();
-    }
-    RoutingLocalPref localPrefGet() const noexcept override {
-        return commonFlagsStorage_ >> 7 & 1 ? RoutingLocalPref(localPrefStorage_)
-                                            : RoutingLocalPref();
-    }
-    Mel::PtrConst<AspathAttrCanonical> aspathAttrGet() const noexcept override {
-        return aspathAttr_.ptr();
-    }
-    Mel::PtrConst<ClusterList> clusterListGet() const noexcept override {
-        return clusterList_.ptr();
-    }
-    AspType aspTypeGet() const noexcept override { return AspType(commonFlagsStorage_ & 7); }
-    bool atomicAggregateGet() const noexcept override { return commonFlagsStorage_ >> 3 & 1; }
-    Origin originGet() const noexcept override { return Origin(commonFlagsStorage_ >> 4 & 3); }
-    bool llgrStaleGet() const noexcept override { return commonFlagsStorage_ >> 8 & 1; }
-
-protected:
-    explicit CommonTier(const PathAttributesContents& c)
-        : medStorage_(c.medStorage()), localPrefStorage_(c.localPrefStorage()),
-          aspathAttr_(c.aspathAttrStashed()), clusterList_(c.clusterListStashed()),
-          commonFlagsStorage_(
-              uint16_t(c.commonFlagsStorage() & RibOutPathAttributes::commonFlagsMask)) {}
-    void feedHash(Keel::HashMix& m) const noexcept {
-        m.hashMix(medStorage_);
-        m.hashMix(localPrefStorage_);
-        m.hashMix(addr(aspathAttr_));
-        m.hashMix(addr(clusterList_));
-        m.hashMix(commonFlagsStorage_);
-    }
-    bool sameMembers(const CommonTier& o) const noexcept {
-        return medStorage_ == o.medStorage_ && localPrefStorage_ == o.localPrefStorage_ &&
-               aspathAttr_ == o.aspathAttr_ && clusterList_ == o.clusterList_ &&
-               commonFlagsStorage_ == o.commonFlagsStorage_;
-    }
-    bool sameContents(const PathAttributesContents& c) const noexcept {
-        return medStorage_ == c.medStorage() && localPrefStorage_ == c.localPrefStorage() &&
-               aspathAttr_ == c.aspathAttrStashed() && clusterList_ == c.clusterListStashed() &&
-               commonFlagsStorage_ ==
-                   (c.commonFlagsStorage() & RibOutPathAttributes::commonFlagsMask);
-    }
-    void fillView(PathAttributesView& v) const noexcept {
-        v.medStorage = medStorage_;
-        v.localPrefStorage = localPrefStorage_;
-        v.aspathAttr = aspathAttr_.get();
-        v.clusterList = clusterList_.get();
-        v.commonFlagsStorage = commonFlagsStorage_;
-    }
-    void fill(PathAttributesContents& c) const {
-        c.medStorageIs(medStorage_);
-        c.localPrefStorageIs(localPrefStorage_);
-        c.aspathAttrIs(aspathAttr_.ptr());
-        c.clusterListIs(clusterList_.ptr());
-    }
-    // Last of all, after the community list's setter has run: kept flags replace their bits; the
-    // dropped ones (noLlgr, ipLookupAsBackup) are as c had them before (`before`).
-    void fillFlags(PathAttributesContents& c, uint16_t before) const {
-        c.commonFlagsStorageIs(
-            uint16_t((before & ~RibOutPathAttributes::commonFlagsMask) | commonFlagsStorage_));
-    }
-
-    uint32_t medStorage_;
-    uint32_t localPrefStorage_;
-    Stashed<AspathAttrCanonical> aspathAttr_;
-    Stashed<ClusterList> clusterList_;
-    uint16_t commonFlagsStorage_;
-};
-
-// The community tiers are the inbound ones over the outbound base.
-template <class Base>
-using WithCommListTier = PathAttributesTier::WithCommListTier<Base>;
-template <class Base>
-using InternetTier = PathAttributesTier::InternetTier<Base>;
-template <class Base>
-using WithExtCommListTier = PathAttributesTier::WithExtCommListTier<Base>;
-
-// The outbound full tier: the shared full-tier pointers over the outbound base.
-template <class Base>
-using FullTier = PathAttributesTier::FullPointersTier<Base>;
-
-} // namespace RibOutTier
-
-#define ORV_RIB_OUT_TIER(Name, Chain)                                                              \
-    class Name : public PathAttributesTier::Sealed<Name, Chain> {                                  \
+// The outbound tiers: the packed layout without the inbound-only members (see
+// BgpPathAttributesTiers.h), built only by create/createMe.
+#define ORV_RIB_OUT_TIER(Name, ...)                                                                \
+    class Name : public PathAttributesTier::Sealed<Name, __VA_ARGS__> {                            \
         MELSTASH_STORE_ALLOCATED(Name)                                                             \
+        friend Sealed;                                                                             \
                                                                                                    \
-    public:                                                                                        \
+    protected:                                                                                     \
         explicit Name(const PathAttributesContents& c) : Sealed(c) {}                              \
+        Name(const PathAttributesContents& c, PathAttributeType t) : Sealed(c, t) {}               \
     }
 
-ORV_RIB_OUT_TIER(RibOutPathAttributesCommon, RibOutTier::CommonTier<RibOutPathAttributes>);
-ORV_RIB_OUT_TIER(RibOutPathAttributesWithCommList,
-                 RibOutTier::WithCommListTier<RibOutPathAttributesCommon>);
-ORV_RIB_OUT_TIER(RibOutPathAttributesInternet,
-                 RibOutTier::InternetTier<RibOutPathAttributesWithCommList>);
-ORV_RIB_OUT_TIER(RibOutPathAttributesWithExtCommList,
-                 RibOutTier::WithExtCommListTier<RibOutPathAttributesCommon>);
-ORV_RIB_OUT_TIER(RibOutFullPathAttributes, RibOutTier::FullTier<RibOutPathAttributesCommon>);
+namespace PathAttributesTier {
+using RibOutPackedBase =
+    PackedOps<PackedStorage<RibOutPathAttributes, false>, PathAttributeType::base>;
+template <class Common>
+using RibOutPackedFull = PackedOps<PackedFullPointerGetters<Common>, PathAttributeType::full>;
+} // namespace PathAttributesTier
 
-ORV_RIB_OUT_TIER(RibOutPathAttributesCommonDestashed, RibOutTier::CommonTier<RibOutPathAttributes>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesCommon, PathAttributesTier::RibOutPackedBase);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithCommList,
+                 PathAttributesTier::PackedWithCommList<RibOutPathAttributesCommon>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesInternet,
+                 PathAttributesTier::PackedInternet<RibOutPathAttributesWithCommList>);
+ORV_RIB_OUT_TIER(RibOutPathAttributesWithExtCommList,
+                 PathAttributesTier::PackedWithExtCommList<RibOutPathAttributesCommon>);
+ORV_RIB_OUT_TIER(RibOutFullPathAttributes,
+                 PathAttributesTier::RibOutPackedFull<RibOutPathAttributesCommon>);
+
+ORV_RIB_OUT_TIER(RibOutPathAttributesCommonDestashed, PathAttributesTier::RibOutPackedBase);
 ORV_RIB_OUT_TIER(RibOutPathAttributesWithCommListDestashed,
-                 RibOutTier::WithCommListTier<RibOutPathAttributesCommonDestashed>);
+                 PathAttributesTier::PackedWithCommList<RibOutPathAttributesCommonDestashed>);
 ORV_RIB_OUT_TIER(RibOutPathAttributesInternetDestashed,
-                 RibOutTier::InternetTier<RibOutPathAttributesWithCommListDestashed>);
+                 PathAttributesTier::PackedInternet<RibOutPathAttributesWithCommListDestashed>);
 ORV_RIB_OUT_TIER(RibOutPathAttributesWithExtCommListDestashed,
-                 RibOutTier::WithExtCommListTier<RibOutPathAttributesCommonDestashed>);
+                 PathAttributesTier::PackedWithExtCommList<RibOutPathAttributesCommonDestashed>);
 ORV_RIB_OUT_TIER(RibOutFullPathAttributesDestashed,
-                 RibOutTier::FullTier<RibOutPathAttributesCommonDestashed>);
+                 PathAttributesTier::RibOutPackedFull<RibOutPathAttributesCommonDestashed>);
 
 #undef ORV_RIB_OUT_TIER
 

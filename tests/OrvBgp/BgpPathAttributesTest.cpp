@@ -34,42 +34,7 @@ struct Pool {
             nexthops.push_back(
                 nhTable.nexthop(Orvnet::IpGenAddr(Orvnet::IpAddr::fromHostOrder(0x0a000001 + i))));
         }
-        // One of each of the full tier's own pointers, from sets that hold them.
-        auto& full = every.full;
-        auto& uncommon = every.sets[3];
-        clusterLists = {full->clusterListGet()};
-        ip6Lists = {uncommon->extCommIp6ListGet()};
-        pmsiTunnels = {full->pmsiTunnelGet()};
-        prefixSids = {full->prefixSidGet()};
-        tunnelEncaps = {full->tunnelEncapGet()};
-        domainPaths = {full->domainPathGet()};
-        linkStates = {uncommon->linkStateGet()};
-        attributeSets = {uncommon->customerAttributeSetGet()};
-        gunks = {full->gunkPathAttrListGet()};
     }
-    // The references every member of the pool holds now, by object.
-    std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> refCounts() const {
-        std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> out;
-        auto add = [&out](const auto& v) {
-            for (const auto& x : v)
-                out.emplace_back(x.get(), x->refCount());
-        };
-        add(commLists), add(extCommLists), add(largeCommLists), add(aggregators), add(aigps);
-        add(paths), add(nexthops), add(clusterLists), add(ip6Lists), add(pmsiTunnels);
-        add(prefixSids), add(tunnelEncaps), add(domainPaths), add(linkStates), add(attributeSets);
-        add(gunks);
-        return out;
-    }
-    OrvTest::EveryInterned every;
-    std::vector<Mel::PtrConst<ClusterList>> clusterLists;
-    std::vector<Mel::PtrConst<Routing::ExtCommIp6List>> ip6Lists;
-    std::vector<Mel::PtrConst<PmsiTunnel>> pmsiTunnels;
-    std::vector<Mel::PtrConst<PrefixSid>> prefixSids;
-    std::vector<Mel::PtrConst<TunnelEncap>> tunnelEncaps;
-    std::vector<Mel::PtrConst<DomainPath>> domainPaths;
-    std::vector<Mel::PtrConst<LinkStateAttrBase>> linkStates;
-    std::vector<Mel::PtrConst<AttributeSet>> attributeSets;
-    std::vector<Mel::PtrConst<GunkPathAttrList>> gunks;
     AddressNexthopDedupTable nhTable{BgpVrfIdBase(0), Orvnet::AfiSafi::ipv4Unicast()};
     std::vector<Mel::PtrConst<Routing::CommList>> commLists;
     std::vector<Mel::PtrConst<Routing::ExtCommList>> extCommLists;
@@ -84,6 +49,48 @@ Pool& pool() {
     static Pool* p = new Pool;
     return *p;
 }
+
+// One of each of the remaining members' objects, taken from sets that hold them; alive only for
+// the test that uses them, so that other tests' objects of the same value stay their own.
+struct Extras {
+    Extras() {
+        auto& full = every.full;
+        auto& uncommon = every.sets[3];
+        clusterLists = {full->clusterListGet()};
+        ip6Lists = {uncommon->extCommIp6ListGet()};
+        pmsiTunnels = {full->pmsiTunnelGet()};
+        prefixSids = {full->prefixSidGet()};
+        tunnelEncaps = {full->tunnelEncapGet()};
+        domainPaths = {full->domainPathGet()};
+        linkStates = {uncommon->linkStateGet()};
+        attributeSets = {uncommon->customerAttributeSetGet()};
+        gunks = {full->gunkPathAttrListGet()};
+    }
+    // The references every object of the pool and of these holds now, by object.
+    std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> refCounts() const {
+        std::vector<std::pair<const Keel::DedupHandleBase*, uint32_t>> out;
+        auto add = [&out](const auto& v) {
+            for (const auto& x : v)
+                out.emplace_back(x.get(), x->refCount());
+        };
+        const Pool& p = pool();
+        add(p.commLists), add(p.extCommLists), add(p.largeCommLists), add(p.aggregators);
+        add(p.aigps), add(p.paths), add(p.nexthops), add(clusterLists), add(ip6Lists);
+        add(pmsiTunnels), add(prefixSids), add(tunnelEncaps), add(domainPaths), add(linkStates);
+        add(attributeSets), add(gunks);
+        return out;
+    }
+    OrvTest::EveryInterned every;
+    std::vector<Mel::PtrConst<ClusterList>> clusterLists;
+    std::vector<Mel::PtrConst<Routing::ExtCommIp6List>> ip6Lists;
+    std::vector<Mel::PtrConst<PmsiTunnel>> pmsiTunnels;
+    std::vector<Mel::PtrConst<PrefixSid>> prefixSids;
+    std::vector<Mel::PtrConst<TunnelEncap>> tunnelEncaps;
+    std::vector<Mel::PtrConst<DomainPath>> domainPaths;
+    std::vector<Mel::PtrConst<LinkStateAttrBase>> linkStates;
+    std::vector<Mel::PtrConst<AttributeSet>> attributeSets;
+    std::vector<Mel::PtrConst<GunkPathAttrList>> gunks;
+};
 
 Mel::PtrConst<PathAttributes> intern(const C& c) {
     return PathAttributesFactory(c).dedupContent(&PathAttributesDedupTable::instance());
@@ -114,11 +121,12 @@ uint32_t recomputedBits(const C& c) {
     return m;
 }
 
-// One random setter call; metric setters respect their mutual exclusion.
-void randomSet(C& c, std::mt19937& rng) {
+// One random setter call; metric setters respect their mutual exclusion. Without extras, only the
+// pool's members.
+void randomSet(C& c, std::mt19937& rng, const Extras* x = nullptr) {
     Pool& p = pool();
     auto pick = [&](auto& v) { return rng() % 3 == 0 ? nullptr : v[rng() % v.size()]; };
-    switch (rng() % 25) {
+    switch (rng() % (x ? 25 : 16)) {
     case 0:
         c.weightIs(RouteWeight(rng() % 3));
         break;
@@ -171,31 +179,31 @@ void randomSet(C& c, std::mt19937& rng) {
         c.localPrefIs(rng() % 2 ? RoutingLocalPref(rng() % 3) : RoutingLocalPref());
         break;
     case 16:
-        c.clusterListIs(pick(p.clusterLists));
+        c.clusterListIs(pick(x->clusterLists));
         break;
     case 17:
-        c.extCommIp6ListIs(pick(p.ip6Lists));
+        c.extCommIp6ListIs(pick(x->ip6Lists));
         break;
     case 18:
-        c.pmsiTunnelIs(pick(p.pmsiTunnels));
+        c.pmsiTunnelIs(pick(x->pmsiTunnels));
         break;
     case 19:
-        c.prefixSidIs(pick(p.prefixSids));
+        c.prefixSidIs(pick(x->prefixSids));
         break;
     case 20:
-        c.tunnelEncapIs(pick(p.tunnelEncaps));
+        c.tunnelEncapIs(pick(x->tunnelEncaps));
         break;
     case 21:
-        c.domainPathIs(pick(p.domainPaths));
+        c.domainPathIs(pick(x->domainPaths));
         break;
     case 22:
-        c.linkStateIs(pick(p.linkStates));
+        c.linkStateIs(pick(x->linkStates));
         break;
     case 23:
-        c.customerAttributeSetIs(pick(p.attributeSets));
+        c.customerAttributeSetIs(pick(x->attributeSets));
         break;
     case 24:
-        c.gunkPathAttrListIs(pick(p.gunks));
+        c.gunkPathAttrListIs(pick(x->gunks));
         break;
     }
 }
@@ -356,8 +364,10 @@ std::string inboundDifference(const PathAttributes& a, const C& c) {
 
 // Contents at each tier's edge, then random ones: the tier is the smallest that holds them (the
 // edges say which), every getter answers the contents' value or the default, and the set reads
-// back whole, interns back to itself, equals its read-back twin and releases what it held.
+// back whole, interns back to itself, equals its read-back twin and releases what it held; so does
+// the outbound set made from the same contents.
 Mel::PtrConst<PathAttributes> destashedTwin(PathAttributeType t, const C& c);
+Mel::PtrConst<RibOutPathAttributes> destashedOutTwin(PathAttributeType t, const C& c);
 
 TEST(PathAttributes, ModelBasedTierAndGetters) {
     Pool& p = pool();
@@ -378,16 +388,17 @@ TEST(PathAttributes, ModelBasedTierAndGetters) {
     cases[6].first.extCommListIs(p.extCommLists[1]); // internet without a community list
     cases[6].first.largeCommListIs(p.largeCommLists[1]);
     cases[6].second = T::internet;
+    Extras extras;
     std::mt19937 rng(7);
     for (int run = 0; run < 600; ++run) {
         C c;
         for (int i = 0; i < 14; ++i)
-            randomSet(c, rng);
+            randomSet(c, rng, &extras);
         cases.push_back({c, smallestHolding(c)});
     }
     // A set keeps only the members other than their defaults, each holding one reference: once
     // the sets are gone, every sub-attribute is back to the references it had.
-    const auto before = p.refCounts();
+    const auto before = extras.refCounts();
     for (const auto& [c, tier] : cases) {
         ASSERT_EQ(smallestHolding(c), tier) << valueToStrep(c);
         auto a = intern(c);
@@ -400,8 +411,14 @@ TEST(PathAttributes, ModelBasedTierAndGetters) {
         EXPECT_EQ(a->hash(), PathAttributes::contentsHash(a->getType(), c));
         auto twin = destashedTwin(tier, c);
         EXPECT_TRUE(a->compare(twin.get()) && twin->compare(a.get())) << valueToStrep(c);
+        // The outbound set keeps every member the two families share.
+        auto o = internOut(c);
+        EXPECT_EQ(sharedDifference(*o, c), "") << valueToStrep(c);
+        EXPECT_EQ(o->hash(), RibOutPathAttributes::contentsHash(o->getType(), c));
+        auto outTwin = destashedOutTwin(o->getType(), c);
+        EXPECT_TRUE(o->compare(outTwin.get()) && outTwin->compare(o.get())) << valueToStrep(c);
     }
-    EXPECT_EQ(p.refCounts(), before);
+    EXPECT_EQ(extras.refCounts(), before);
 }
 
 // A set of tier t built as read back from the store: a different class with the same members.
