@@ -137,7 +137,8 @@ void BM_Baseline_LookupExisting(benchmark::State& state) {
     state.counters["bytesPerSet"] = double(perSet) + vec / double(pop.plains.size());
 }
 
-// Bytes of one set of each tier: its store block plus its share of the (populated) table.
+// Bytes of one set of each tier, with the one member that picks the tier beside the population's
+// first contents: its store block plus its share of the (populated) table.
 void BM_Ours_BytesPerTier(benchmark::State& state) {
     Population& pop = population();
     held();
@@ -168,8 +169,8 @@ void BM_Ours_BytesPerTier(benchmark::State& state) {
     state.SetLabel(pathAttributeTypeName(one->getType()));
     state.counters["objectBytes"] = block;
     state.counters["withTableShare"] = block + double(table.memoryBytes()) / double(table.size());
-    // The class sizes behind the blocks: the base tier's data ends in the padding the full tier
-    // fills.
+    // The fixed part every set has: the members present follow it as words, so the block, not the
+    // class size, is what a set costs.
     state.counters["sizeofCommonTier"] = double(sizeof(PathAttributesCommon));
     state.counters["sizeofFullTier"] = double(sizeof(FullPathAttributes));
 }
