@@ -129,7 +129,7 @@ public:
     // The bytes beyond the object's size that a set of tier t made from c takes.
     static size_t extraBytesFor(PathAttributeType t, const PathAttributesContents& c) noexcept {
         size_t words = std::popcount(presentFor(t, c));
-        if (t == PathAttributeType::full) words += 1 + fullWordsFor(c);
+        if (t == PathAttributeType::full) words += 1 + fullWordCount(fullPresentFor(c));
         size_t end = wordsOffset + words * 4;
         return end > sizeof(PackedStorage) ? end - sizeof(PackedStorage) : 0;
     }
@@ -153,7 +153,7 @@ protected:
         put(Packed::largeCommList, [&] { return ref(c.largeCommListStashed()); });
         if (t != PathAttributeType::full) return;
         uint32_t fp = fullPresentFor(c);
-        *w++ = fp | uint32_t(Inbound ? c.uncommonFlagsStorage() & 3 : 0) << 16;
+        *w++ = fullHeaderFor(c, fp);
         auto putFull = [&w, fp](unsigned bit, auto value) {
             if (fp >> bit & 1) *w++ = value();
         };
@@ -260,6 +260,7 @@ protected:
         ptr(optRaw<ClusterList>(Packed::clusterList));
         m.hashMix(f_.commonFlagsStorage_);
         if constexpr (Inbound) m.hashMix(f_.preference_);
+        if (t == PathAttributeType::base) return; // most sets: nothing more to read
         const void* commList = optRaw<CommList>(Packed::commList);
         const void* aggregator = optRaw<Aggregator>(Packed::aggregator);
         const void* extCommList = optRaw<ExtCommList>(Packed::extCommList);
@@ -315,10 +316,7 @@ protected:
             f_.commonFlagsStorage_ != o.f_.commonFlagsStorage_ || f_.present_ != o.f_.present_)
             return false;
         size_t n = std::popcount(f_.present_);
-        if (t == PathAttributeType::full) {
-            unsigned fp = fullWords()[0] & 0xffff;
-            n += 1 + std::popcount(fp) + (fp >> Packed::gunk & 1);
-        }
+        if (t == PathAttributeType::full) n += 1 + fullWordCount(fullWords()[0] & 0xffff);
         return std::memcmp(words(), o.words(), n * 4) == 0;
     }
 
@@ -345,7 +343,7 @@ protected:
             return false;
         if (t != PathAttributeType::full) return true;
         uint32_t fp = fullPresentFor(c);
-        if (*w++ != (fp | uint32_t(Inbound ? c.uncommonFlagsStorage() & 3 : 0) << 16)) return false;
+        if (*w++ != fullHeaderFor(c, fp)) return false;
         auto sameFull = [&w, fp](unsigned bit, uint32_t v) {
             return !(fp >> bit & 1) || *w++ == v;
         };
@@ -490,10 +488,13 @@ private:
                       unsigned(bool(c.gunkPathAttrListRaw())) << Packed::gunk;
         return Inbound ? fp : fp & outboundKeeps;
     }
-    // Words the full tier's own members take (the unknown-attribute list's pointer two).
-    static size_t fullWordsFor(const PathAttributesContents& c) noexcept {
-        uint32_t fp = fullPresentFor(c);
+    // Words the full tier's present members take (the unknown-attribute list's pointer two).
+    static size_t fullWordCount(uint32_t fp) noexcept {
         return std::popcount(fp) + (fp >> Packed::gunk & 1);
+    }
+    // The full tier's own word: which of its members follow, and the uncommon flags above them.
+    static uint32_t fullHeaderFor(const PathAttributesContents& c, uint32_t fp) noexcept {
+        return fp | uint32_t(Inbound ? c.uncommonFlagsStorage() & 3 : 0) << 16;
     }
     const uint32_t* words() const noexcept {
         return reinterpret_cast<const uint32_t*>(reinterpret_cast<const char*>(this) + wordsOffset);
