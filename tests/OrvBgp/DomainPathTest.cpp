@@ -7,6 +7,7 @@
 #include "Serialize/Serialize.h"
 #include "support/InternContract.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -70,17 +71,13 @@ TEST(DomainPath, TraceNamesTheCountsAndChangesNothing) {
 
 // ---- ids and segments
 
+const auto rangeError = ::testing::ThrowsMessage<Mel::RangeException>(::testing::StrEq(kRangeText));
+
 TEST(VpnDomainId, RangeIsFortyEightBits) {
     EXPECT_EQ(VpnDomainId(int64_t(VpnDomainId::maxDomainId)), VpnDomainId(0xffffffff, 0xffff));
     EXPECT_EQ(VpnDomainId(int64_t(0x0000fde9000a)), VpnDomainId(65001, 10));
-    for (int64_t bad : {int64_t(-1), int64_t(VpnDomainId::maxDomainId + 1), INT64_MAX}) {
-        try {
-            VpnDomainId id(bad);
-            ADD_FAILURE() << bad << " accepted as " << id;
-        } catch (const Mel::RangeException& e) {
-            EXPECT_STREQ(e.what(), kRangeText);
-        }
-    }
+    for (int64_t bad : {int64_t(-1), int64_t(VpnDomainId::maxDomainId + 1), INT64_MAX})
+        EXPECT_THAT([bad] { (void)VpnDomainId(bad); }, rangeError) << bad;
 }
 
 TEST(DomainSegment, PacksIdAndFlagIntoOneWord) {
@@ -119,12 +116,7 @@ TEST(DomainPath, SegmentWithHighBitsRefusesToSerialize) {
     c.domainSegmentEnq(bad);
     auto p = intern(c);
     EXPECT_NE(p.get(), intern(pathOf(2)).get());
-    try {
-        p->serialize();
-        ADD_FAILURE() << "serialized a segment with bits 56-63 set";
-    } catch (const Mel::RangeException& e) {
-        EXPECT_STREQ(e.what(), kRangeText);
-    }
+    EXPECT_THAT([&] { p->serialize(); }, rangeError) << "bits 56-63 set";
     EXPECT_NE(p->toStrep().find("!0x01"), std::string::npos) << p->toStrep();
 }
 
@@ -132,7 +124,6 @@ TEST(DomainPath, SegmentWithHighBitsRefusesToSerialize) {
 
 TEST(DomainPath, InternsBySegmentsInOrder) {
     auto a = intern(pathOf(3));
-    EXPECT_EQ(intern(pathOf(3)).get(), a.get());
     DomainPathContent reversed;
     for (int i = 2; i >= 0; --i)
         reversed.domainSegmentEnq(seg(i));
@@ -143,7 +134,6 @@ TEST(DomainPath, InternsBySegmentsInOrder) {
     EXPECT_NE(intern(flagged).get(), a.get());
     EXPECT_NE(intern(pathOf(2)).get(), a.get());
     EXPECT_EQ(a->domainSegmentAt(2), seg(2));
-    EXPECT_TRUE(a->content() == pathOf(3));
     EXPECT_EQ(DomainPathDedupTable::instance().find(pathOf(3)).get(), a.get());
 }
 
