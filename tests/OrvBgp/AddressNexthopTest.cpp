@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <fstream>
+#include <numeric>
 #include <random>
 #include <set>
 #include <sstream>
@@ -198,8 +199,7 @@ TEST(AddressNexthopConcurrent, UniqueIdentifiersUnderContention) {
         auto intern = [&](int t) {
             std::mt19937 rng(round * 2 + t);
             std::vector<uint32_t> order(count);
-            for (uint32_t i = 0; i < count; ++i)
-                order[i] = i;
+            std::iota(order.begin(), order.end(), 0u);
             std::shuffle(order.begin(), order.end(), rng);
             held[t].resize(count);
             for (uint32_t i : order)
@@ -230,9 +230,8 @@ TEST(AddressNexthopConcurrent, UniqueIdentifiersUnderContention) {
     for (auto e = ids->freeIdFront(); e; e = e->next())
         freed.push_back(e->value());
     std::sort(freed.begin(), freed.end());
-    std::vector<uint32_t> minted;
-    for (uint32_t id = 2; id <= ids->largestAllocatedId(); ++id)
-        minted.push_back(id);
+    std::vector<uint32_t> minted(ids->largestAllocatedId() - 1);
+    std::iota(minted.begin(), minted.end(), 2u);
     EXPECT_EQ(freed, minted);
 }
 
