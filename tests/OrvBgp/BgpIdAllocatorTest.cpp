@@ -125,9 +125,8 @@ TEST(BgpIdAllocator, StringFormAndRestoringThroughFieldAccess) {
     Mel::fieldSet(*a, "freeIds",
                   "[Value('Routing::Bgp::MelFreeId', ** {'index': 4, 'value': 17}), "
                   "Value('Routing::Bgp::MelFreeId', ** {'index': 2, 'value': 9})]");
-    EXPECT_EQ(a->allocate(), 9u) << "restored entries are ordered by index";
-    EXPECT_EQ(a->allocate(), 17u);
-    EXPECT_EQ(a->allocate(), 4001u);
+    // Restored entries are ordered by index.
+    EXPECT_EQ(allocateN(*a, 3), (std::vector<uint32_t>{9, 17, 4001}));
     EXPECT_THROW(Mel::fieldSet(*a, "name", "'Other'"), Mel::NotSupportedException);
 }
 
