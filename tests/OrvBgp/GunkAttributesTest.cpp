@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <map>
+#include <numeric>
 #include <vector>
 
 namespace Routing::Bgp {
@@ -29,9 +30,8 @@ std::vector<uint8_t> vec(const Mel::Bytes& b) {
 TEST(GunkPathAttr, WireFormsMatchVectors) {
     auto vectors = OrvTest::readWireVectors(ORV_TEST_DATA_DIR "/Gunk/wire.txt");
     const auto d3 = bytes({0x0a, 0x0b, 0x0c});
-    std::vector<uint8_t> d300;
-    for (int i = 0; i < 300; ++i)
-        d300.push_back(uint8_t(i));
+    std::vector<uint8_t> d300(300);
+    std::iota(d300.begin(), d300.end(), uint8_t(0)); // 0..255, 0..43
     const std::map<std::string, Mel::PtrConst<GunkPathAttr>> attrs = {
         {"optional_transitive_gets_partial", gunk(200, 0xc0, d3)},
         {"optional_nontransitive_unchanged", gunk(200, 0x80, d3)},
