@@ -9,6 +9,7 @@
 
 #include <atomic>
 #include <map>
+#include <numeric>
 #include <random>
 #include <string>
 #include <thread>
@@ -102,8 +103,7 @@ TEST(AspathAttrCanonical, PackedNumbersReadBackAndCostWhatTheyNeed) {
     };
     auto upTo = [](uint32_t n, uint32_t first = 1) {
         std::vector<uint32_t> v(n);
-        for (uint32_t k = 0; k < n; ++k)
-            v[k] = first + k;
+        std::iota(v.begin(), v.end(), first);
         return v;
     };
     std::vector<uint32_t> longest(8191 + 3);
@@ -182,9 +182,8 @@ TEST(AspathAttrCanonical, FreshFormsInternToTheSameObject) {
                          asSegmentFactory(AsSegmentType::asSet_, {300})};
     AsSegmentVector confed{asSegmentFactory(AsSegmentType::asConfedSequence_, {65010})};
     auto fresh = AspathAttrCanonicalWithConfed::create(confed, path);
-    EXPECT_FALSE(fresh->everDeduped());
-    auto interned = AspathAttrCanonicalDedupTable::instance().dedup(fresh);
-    EXPECT_EQ(interned.get(), aspath("(65010) 100 200 {300}").get());
+    EXPECT_EQ(AspathAttrCanonicalDedupTable::instance().dedup(fresh).get(),
+              aspath("(65010) 100 200 {300}").get());
     EXPECT_EQ(AspathAttrCanonicalSingleSeg::create(nullptr)->form(), AspathForm::singleSeg);
     EXPECT_TRUE(AspathAttrCanonicalWithPathVector::create(path)->compare(
         aspath("WithPathVector: 100 200 {300}").get()));
