@@ -123,17 +123,15 @@ TEST(MiscDeathTest, Preconditions) {
 
 TEST(MiscSerialize, TracesAtLevelFiveWithoutChangingTheBytes) {
     auto m = accumulatedIgpMetricFactory(5);
-    auto a = aggregatorFactory(65001, id10001);
-    const Mel::Bytes quietAigp = m->serialize();
-    const Mel::Bytes quietAggregator = a->serialize(7, true, 0, 0);
     {
         OrvTest::TraceCapture at4(4);
         m->serialize();
         EXPECT_TRUE(at4.lines.empty());
     }
     OrvTest::TraceCapture at5(5);
-    EXPECT_EQ(m->serialize(), quietAigp);
-    EXPECT_EQ(a->serialize(7, true, 0, 0), quietAggregator);
+    EXPECT_EQ(m->serialize(), OrvTest::attrWireVectors("Aigp").at("metric_5"));
+    EXPECT_EQ(aggregatorFactory(65001, id10001)->serialize(7, true, 0, 0),
+              OrvTest::attrWireVectors("Aggregator").at("agg_4byte_peer"));
     EXPECT_EQ(at5.lines, (std::vector<std::string>{"Serializing: AccumulatedIgpMetric::serialize()",
                                                    "Serializing: Aggregator::serialize()"}));
 }
