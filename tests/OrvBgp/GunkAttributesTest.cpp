@@ -73,13 +73,6 @@ TEST(GunkPathAttr, InternsByAllFourFields) {
               a.get());
 }
 
-// The text form itself: in GunkPathAttrList.SerializesAndPrintsInTypeOrder.
-TEST(GunkPathAttr, TextForms) {
-    std::ostringstream os;
-    os << static_cast<const GunkPathAttr*>(nullptr) << ' ' << gunk(9, 0x80, {}).get();
-    EXPECT_EQ(os.str(), "NULL type=9,flags=0x80,len=0,data=");
-}
-
 // ---- the list
 
 Mel::Ptr<GunkPathAttrList> listOf(std::initializer_list<Mel::PtrConst<GunkPathAttr>> attrs) {
@@ -133,6 +126,9 @@ TEST(GunkPathAttrList, SerializesAndPrintsInTypeOrder) {
     EXPECT_EQ(store.bytes(), Mel::Bytes::fromHex("e0 c8 02 02 03  80 d2 01 01"));
     EXPECT_EQ(l->toStrep(),
               "type=200,flags=0xc0,len=2,data=0203 type=210,flags=0x80,len=1,data=01 ");
+    std::ostringstream os; // an attribute alone, null or without data
+    os << static_cast<const GunkPathAttr*>(nullptr) << ' ' << gunk(9, 0x80, {}).get();
+    EXPECT_EQ(os.str(), "NULL type=9,flags=0x80,len=0,data=");
 }
 
 // A stored attribute or list reads back as the interned object of its value, whichever table holds
