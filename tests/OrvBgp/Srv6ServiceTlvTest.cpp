@@ -88,17 +88,13 @@ TEST(Srv6ServiceTlvContent, TextFormParsesBack) {
                  Mel::ParseException);
 }
 
-// A built object hashes as its content does: the factory finds it once taken in.
-TEST(Srv6ServiceTlv, DedupOfABuiltObject) {
-    const Srv6ServiceTlvContent c(true, sid("2001:db8::77"), 20, {});
-    auto built = Srv6ServiceTlv::create(c)->dedup(Srv6ServiceTlvDedupTable::instance());
-    EXPECT_EQ(srv6ServiceTlvFactory(c).get(), built.get());
-}
-
-TEST(Srv6ServiceTlv, DestashGivesTheInternedTlv) {
+// A built object hashes as its content does: the factory finds it once taken in. Read back from
+// the store, it is the interned TLV.
+TEST(Srv6ServiceTlv, DedupOfABuiltObjectAndDestash) {
     auto* store = &MelStash::StoreManager::instance();
-    auto tlv =
-        srv6ServiceTlvFactory(Srv6ServiceTlvContent(true, sid("2001:db8::1"), 19, structure));
+    const Srv6ServiceTlvContent c(true, sid("2001:db8::1"), 19, structure);
+    auto tlv = Srv6ServiceTlv::create(c)->dedup(Srv6ServiceTlvDedupTable::instance());
+    EXPECT_EQ(srv6ServiceTlvFactory(c).get(), tlv.get());
     EXPECT_EQ(Srv6ServiceTlv::destash(tlv.get(), store).get(), tlv.get());
     auto* reader =
         MelStash::StashReaderRegistry::readerFor<Srv6ServiceTlvStashReader>(typeid(Srv6ServiceTlv));
