@@ -197,25 +197,15 @@ TEST(AspathAttrCanonicalDeathTest, ClassesCheckTheirSegmentTypeAndForm) {
 }
 
 namespace {
-struct AspathTraits {
+struct AspathTraits : InternTableDedupOf<AspathAttrCanonicalDedupTable> {
     using Object = AspathAttrCanonical;
     static AspathAttrCanonicalContent content(int i) {
-        uint32_t v = uint32_t(i) + 1;
-        switch (i % 3) {
-        case 0:
-            return aspathContent(std::to_string(v) + " 7");
-        case 1:
-            return aspathContent(std::to_string(v) + " {7 8}");
-        default:
-            return aspathContent("(" + std::to_string(v) + ") 7");
-        }
+        const std::string v = std::to_string(i + 1);
+        const std::string texts[] = {v + " 7", v + " {7 8}", "(" + v + ") 7"};
+        return aspathContent(texts[i % 3]);
     }
     static Mel::PtrConst<AspathAttrCanonical> intern(const AspathAttrCanonicalContent& c) {
         return aspathAttrCanonicalFactory(c);
-    }
-    static size_t tableSize() { return AspathAttrCanonicalDedupTable::instance().size(); }
-    static auto dedup(const Mel::PtrConst<AspathAttrCanonical>& p) {
-        return AspathAttrCanonicalDedupTable::instance().dedup(p);
     }
 };
 } // namespace
