@@ -48,9 +48,8 @@ TEST(BgpIdAllocator, MintsInOrderAndReusesTheOldestFreedFirst) {
 
 TEST(BgpIdAllocator, FreeListKeepsIndicesAcrossEmptyingAndEditing) {
     BgpIdAllocator a("Test");
-    a.freeIdEnq(10);
-    a.freeIdEnq(11);
-    a.freeIdEnq(12);
+    for (uint32_t id : {10u, 11u, 12u})
+        a.freeIdEnq(id);
     EXPECT_EQ(freeList(a), (std::vector<uint32_t>{10, 1011, 2012}));
     for (uint32_t want : {10u, 11u, 12u, 0u}) // 0: the list is empty
         EXPECT_EQ(a.freeIdDeq(), want);
@@ -62,10 +61,8 @@ TEST(BgpIdAllocator, FreeListKeepsIndicesAcrossEmptyingAndEditing) {
 
     // Editing by index: update, insert in index order (also before the head and after the tail),
     // delete head, middle and tail.
-    a.freeIdIs(3, 30);
-    a.freeIdIs(1, 21);
-    a.freeIdIs(7, 27);
-    a.freeIdIs(5, 25);
+    for (auto [index, id] : {std::pair{3u, 30u}, {1u, 21u}, {7u, 27u}, {5u, 25u}})
+        a.freeIdIs(index, id);
     EXPECT_EQ(freeList(a), (std::vector<uint32_t>{1021, 3030, 5025, 7027}));
     EXPECT_EQ(a.freeId(5)->value(), 25u);
     EXPECT_FALSE(a.freeId(4));
@@ -73,9 +70,8 @@ TEST(BgpIdAllocator, FreeListKeepsIndicesAcrossEmptyingAndEditing) {
     EXPECT_EQ(a.freeIdBack()->index(), 8u);
     a.freeIdDel(8);
     EXPECT_EQ(a.freeIdBack()->index(), 7u) << "deleting the tail moves the tail back";
-    a.freeIdDel(1);
-    a.freeIdDel(5);
-    a.freeIdDel(42); // absent: nothing happens
+    for (uint32_t index : {1u, 5u, 42u}) // 42 is absent: nothing happens
+        a.freeIdDel(index);
     EXPECT_EQ(freeList(a), (std::vector<uint32_t>{3030, 7027}));
     EXPECT_EQ(a.freeIdCount(), 2u);
     a.freeIdEnq(50);
