@@ -136,10 +136,7 @@ TEST(GunkPathAttrList, SerializesAndPrintsInTypeOrder) {
 TEST(GunkPathAttrList, StoredObjectsReadBackInterned) {
     auto& store = MelStash::StoreManager::instance();
     auto a = gunk(200, 0xc0, {1, 2, 3});
-    Mel::Ptr<GunkPathAttrList> l(new GunkPathAttrList);
-    l->gunkIs(a);
-    l->gunkIs(gunk(150, 0x80, {}));
-    auto list = l->dedup();
+    auto list = listOf({a, gunk(150, 0x80, {})})->dedup();
     EXPECT_EQ(GunkPathAttr::destash(a.get(), &store).get(), a.get());
     EXPECT_EQ(GunkPathAttrList::destash(list.get(), &store).get(), list.get());
     GunkPathAttrDedupTable other("GunkPathAttrTestTable");
