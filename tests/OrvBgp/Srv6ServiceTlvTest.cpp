@@ -3,7 +3,6 @@
 #include "OrvBgp/Srv6ServiceTlv.h"
 
 #include "Mel/Reflect.h"
-#include "OrvBgp/AttrWireTestHelpers.h"
 #include "support/InternContract.h"
 
 #include <gtest/gtest.h>
@@ -13,8 +12,6 @@
 
 namespace Routing::Bgp {
 namespace {
-
-using OrvTest::hexOf;
 
 Orvnet::Ip6Addr sid(const char* text) {
     return Orvnet::Ip6Addr::fromString(text);
