@@ -8,6 +8,7 @@
 #include <cctype>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -27,65 +28,58 @@ inline Routing::Bgp::AspathAttrCanonicalContent aspathContent(std::string_view t
     for (auto [prefix, form] : {std::pair{"SingleSeg:", AspathForm::singleSeg},
                                 std::pair{"WithPathVector:", AspathForm::withPathVector},
                                 std::pair{"WithConfed:", AspathForm::withConfed}}) {
-        std::string_view p(prefix);
-        if (text.substr(0, p.size()) == p) {
+        if (text.starts_with(prefix)) {
             c.formIs(form);
             forced = true;
-            text.remove_prefix(p.size());
+            text.remove_prefix(std::string_view(prefix).size());
         }
     }
     bool inConfed = forced && text.find('|') != std::string_view::npos;
     std::vector<Orvnet::AutonomousSystem> as;
-    auto flush = [&](AsSegmentType type) {
+    uint16_t type = 0; // of the segment being read, 0 between segments
+    char closer = 0;   // the bracket that ends it, 0 for a run of bare numbers
+    auto flush = [&] {
         std::span<const Orvnet::AutonomousSystem> s(as.data(), as.size());
-        if (!forced)
+        if (!type)
+            return;
+        else if (!forced)
             c.segmentAdd(type, s);
         else if (inConfed)
             c.confedSegmentAdd(AsSegmentRef(type, s));
         else
             c.pathSegmentAdd(AsSegmentRef(type, s));
         as.clear();
+        type = 0;
     };
-    size_t i = 0;
-    auto number = [&] {
-        uint64_t v = 0;
-        while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])))
-            v = v * 10 + uint64_t(text[i++] - '0');
-        as.push_back(Orvnet::AutonomousSystem(uint32_t(v)));
-    };
-    bool inSequence = false;
-    while (i < text.size()) {
+    for (size_t i = 0; i < text.size();) {
         char ch = text[i];
-        if (ch == ' ') {
-            ++i;
-        } else if (std::isdigit(static_cast<unsigned char>(ch))) {
-            number();
-            inSequence = true;
-        } else {
-            if (inSequence) flush(AsSegmentType::asSequence_);
-            inSequence = false;
-            if (ch == '-' || ch == '/') {
-                ++i;
-            } else if (ch == '|') {
-                inConfed = false;
-                ++i;
-            } else {
-                const char* closers = ch == '{' ? "}1" : ch == '(' ? ")3" : ch == '[' ? "]4" : "";
-                if (!*closers)
-                    throw std::invalid_argument("bad AS path text: " + std::string(text));
-                ++i;
-                while (i < text.size() && text[i] != closers[0]) {
-                    if (text[i] == ' ')
-                        ++i;
-                    else
-                        number();
-                }
-                ++i;
-                flush(uint16_t(closers[1] - '0'));
-            }
+        if (std::isdigit(static_cast<unsigned char>(ch))) {
+            uint64_t v = 0;
+            while (i < text.size() && std::isdigit(static_cast<unsigned char>(text[i])))
+                v = v * 10 + uint64_t(text[i++] - '0');
+            as.push_back(Orvnet::AutonomousSystem(uint32_t(v)));
+            if (!type) type = AsSegmentType::asSequence_;
+            continue;
+        }
+        ++i;
+        if (ch == ' ') continue;
+        if (closer && ch != closer)
+            throw std::invalid_argument("bad AS path text: " + std::string(text));
+        flush(); // a closing bracket, or the end of a run of bare numbers
+        if (closer) {
+            closer = 0;
+        } else if (ch == '|') {
+            inConfed = false;
+        } else if (ch != '-' && ch != '/') {
+            static const char brackets[] = "{}1()3[]4"; // opening, closing, segment type
+            const char* open = std::strchr(brackets, ch);
+            if (!open || (open - brackets) % 3)
+                throw std::invalid_argument("bad AS path text: " + std::string(text));
+            closer = open[1];
+            type = uint16_t(open[2] - '0');
         }
     }
-    if (inSequence) flush(AsSegmentType::asSequence_);
+    flush();
     return c;
 }
 

@@ -33,12 +33,10 @@ inline std::map<std::string, Mel::Bytes> attrWireVectors(const std::string& fami
 
 // Spaced hex, so that a failing comparison points at the byte.
 inline std::string hexOf(const Mel::Bytes& b) {
-    static const char* digits = "0123456789abcdef";
     std::string s;
-    for (size_t i = 0; i < b.size(); ++i) {
-        if (i) s += ' ';
-        s += digits[b[i] >> 4];
-        s += digits[b[i] & 0xf];
+    for (char digit : b.toHex()) {
+        if (s.size() % 3 == 2) s += ' ';
+        s += digit;
     }
     return s;
 }
