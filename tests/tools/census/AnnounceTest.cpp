@@ -3,6 +3,8 @@
 // own CLI what it holds. Skipped, saying why, when BIRD is not installed or will not start.
 #include "census/Announce.h"
 
+#include "CensusTestUtil.h"
+
 #include "OrvBgp/BgpPathAttributesMisc.h"
 
 #include <gtest/gtest.h>
@@ -40,17 +42,23 @@ std::string findProgram(const char* name) {
     return {};
 }
 
-// A port nobody listens on at the moment (127.0.0.1, chosen by the kernel).
-uint16_t freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+// A socket bound to 127.0.0.1 on a port the kernel chose, and that port.
+std::pair<int, uint16_t> bindLoopback() {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(0x7f000001);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
     socklen_t len = sizeof a;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), len) != 0) return {fd, 0};
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    return {fd, ntohs(a.sin_port)};
+}
+
+// A port nobody listens on at the moment.
+uint16_t freePort() {
+    const auto [fd, port] = bindLoopback();
     ::close(fd);
-    return ntohs(a.sin_port);
+    return port;
 }
 
 // Output of a command, bounded by `timeout`.
@@ -135,14 +143,10 @@ public:
     void stop() {
         if (pid_ > 0) {
             ::kill(pid_, SIGTERM);
-            const auto deadline = Clock::now() + std::chrono::seconds(10);
             int status = 0;
+            const auto deadline = Clock::now() + std::chrono::seconds(10);
             while (::waitpid(pid_, &status, WNOHANG) == 0) {
-                if (Clock::now() > deadline) {
-                    ::kill(pid_, SIGKILL);
-                    ::waitpid(pid_, &status, 0);
-                    break;
-                }
+                if (Clock::now() > deadline) ::kill(pid_, SIGKILL);
                 std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
             pid_ = -1;
@@ -247,20 +251,10 @@ Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
             std::string numbers;
             for (Orvnet::AutonomousSystem as : seg.as)
                 numbers += (numbers.empty() ? "" : " ") + std::to_string(as.value());
-            switch (seg.segmentType().value()) {
-            case 1:
-                add("{" + numbers + "}");
-                break;
-            case 2:
-                add(numbers);
-                break;
-            case 3:
-                add("(" + numbers + ")");
-                break;
-            default:
-                add("[" + numbers + "]");
-                break;
-            }
+            // AS_SET, AS_SEQUENCE, AS_CONFED_SEQUENCE, AS_CONFED_SET.
+            static const char* const brackets[] = {"{}", "", "()", "[]"};
+            const std::string b = brackets[(seg.segmentType().value() - 1) & 3];
+            add(b.empty() ? numbers : b[0] + numbers + b[1]);
         }
     };
     if (auto p = set.aspathAttrGet()) {
@@ -297,38 +291,13 @@ std::string birdProtocol(const SessionCase& k) {
     return c.str();
 }
 
-std::string shared(const char* file) {
-    return std::string(ORV_SHARED_DIR) + "/data/mrt/" + file;
-}
-
-// announceMain on `args` (the program's name added): its exit status and what it wrote to stderr.
-std::pair<int, std::string> runAnnounce(const std::vector<std::string>& args) {
-    std::vector<const char*> argv = {"bgp-attr-census"};
-    for (const std::string& a : args)
-        argv.push_back(a.c_str());
-    std::FILE* out = std::tmpfile();
-    std::FILE* err = std::tmpfile();
-    const int status = announceMain(int(argv.size()), argv.data(), out, err);
-    std::string text(size_t(std::ftell(err)), '\0');
-    std::rewind(err);
-    (void)!std::fread(text.data(), 1, text.size(), err);
-    std::fclose(out);
-    std::fclose(err);
-    return {status, text};
-}
-
-void PrintTo(const SessionCase& k, std::ostream* os) {
-    *os << k.name;
-}
-
 class AnnounceToBird : public testing::TestWithParam<SessionCase> {};
 
 // Every route the daemon holds has the attributes the dump gave it, with our AS where the session
 // calls for it; it holds every route sent, and the session ends without a NOTIFICATION.
 TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
     const SessionCase& k = GetParam();
-    const std::string file = shared(k.file);
-    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    CENSUS_NEED_SHARED(file, k.file);
     AnnounceTable table;
     std::string error;
     ASSERT_TRUE(loadAnnounceTable(file, k.fromPeer, table, error)) << error;
@@ -409,17 +378,10 @@ INSTANTIATE_TEST_SUITE_P(
 // UPDATE Message Error / Malformed AS_PATH, its data that UPDATE's body: the run ends with exit 1,
 // the NOTIFICATION decoded and that UPDATE named, though more may have been sent by then.
 TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
-    const std::string file = shared(kUpdates);
-    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
-    int ls = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(0x7f000001);
-    ASSERT_EQ(::bind(ls, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    CENSUS_NEED_SHARED(file, kUpdates);
+    const auto [ls, port] = bindLoopback();
+    ASSERT_NE(port, 0);
     ASSERT_EQ(::listen(ls, 1), 0);
-    socklen_t alen = sizeof a;
-    ::getsockname(ls, reinterpret_cast<sockaddr*>(&a), &alen);
-    const uint16_t port = ntohs(a.sin_port);
 
     std::vector<uint8_t> firstUpdate;
     std::thread speaker([&] {
@@ -428,12 +390,9 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
         int fd = ::accept(ls, nullptr, nullptr);
         timeval tv{20, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-        auto send = [&](uint8_t type, std::vector<uint8_t> body) {
-            std::vector<uint8_t> m(16, 0xff);
-            m.push_back(uint8_t((19 + body.size()) >> 8));
-            m.push_back(uint8_t(19 + body.size()));
-            m.push_back(type);
-            m.insert(m.end(), body.begin(), body.end());
+        auto send = [&](uint8_t type, const census_test::Bytes& body) {
+            using namespace census_test;
+            const Bytes m = cat({Bytes(16, 0xff), u16(uint16_t(19 + body.size())), u8(type), body});
             (void)!::write(fd, m.data(), m.size());
         };
         std::vector<uint8_t> in;
@@ -463,18 +422,19 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
         ::close(fd);
     });
 
-    const auto [status, errText] = runAnnounce({"--announce", "127.0.0.1:" + std::to_string(port),
-                                                "--local-as", "64901", "--peer-as", "64990", file});
+    const census_test::Outcome o =
+        census_test::runCensus({"--announce", "127.0.0.1:" + std::to_string(port), "--local-as",
+                                "64901", "--peer-as", "64990", file});
     speaker.join();
     ::close(ls);
 
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(o.status, 1);
     ASSERT_FALSE(firstUpdate.empty());
     const std::string hex = Mel::Bytes(firstUpdate).toHex();
-    EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
+    EXPECT_NE(o.err.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
               std::string::npos)
-        << errText;
-    EXPECT_NE(errText.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << errText;
+        << o.err;
+    EXPECT_NE(o.err.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << o.err;
 }
 
 // Usage errors exit 2 naming the fault before anything is read or sent; a speaker that is not
@@ -485,7 +445,7 @@ TEST(Announce, CommandLineFaults) {
         int status;
         const char* message;
     };
-    const std::string file = shared(kUpdates);
+    const std::string file = census_test::sharedMrt(kUpdates);
     const std::string closed = "127.0.0.1:" + std::to_string(freePort());
     const std::vector<Row> rows = {
         {{"--announce"}, 2, "--announce needs a value"},
@@ -502,10 +462,10 @@ TEST(Announce, CommandLineFaults) {
          "connecting to 127.0.0.1"},
     };
     for (const Row& row : rows) {
-        if (row.status == 1 && !fs::exists(file)) continue;
-        const auto [status, text] = runAnnounce(row.args);
-        EXPECT_EQ(status, row.status) << row.message;
-        EXPECT_NE(text.find(row.message), std::string::npos) << text;
+        if (row.status == 1 && file.empty()) continue;
+        const census_test::Outcome o = census_test::runCensus(row.args);
+        EXPECT_EQ(o.status, row.status) << row.message;
+        EXPECT_NE(o.err.find(row.message), std::string::npos) << o.err;
     }
 }
 

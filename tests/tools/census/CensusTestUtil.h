@@ -4,6 +4,7 @@
 //   Bytes rec = census_test::mrt(1, 16, 4, body);  census_test::writeFile(tmp, rec);
 #pragma once
 
+#include "census/Cli.h"
 #include "census/Input.h"
 #include "census/Prefix.h"
 
@@ -64,6 +65,38 @@ inline void writeFile(const std::string& path, const Bytes& data) {
 inline Bytes readFileRaw(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
     return Bytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+inline std::string readText(const std::string& path) {
+    const Bytes b = readFileRaw(path);
+    return std::string(b.begin(), b.end());
+}
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+// The tool's entry function on `args` (its name put in front): the exit status and what it wrote,
+// standard output going to `out` instead when given (and left empty here).
+inline Outcome runCensus(std::vector<std::string> args, std::FILE* out = nullptr) {
+    args.insert(args.begin(), "bgp-attr-census");
+    std::vector<const char*> argv;
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
+    std::FILE* captured = out ? nullptr : std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = Census::censusMain(int(argv.size()), argv.data(), out ? out : captured, err);
+    auto text = [](std::FILE* f) {
+        std::string s;
+        std::rewind(f);
+        char buf[1 << 14];
+        while (size_t n = std::fread(buf, 1, sizeof buf, f))
+            s.append(buf, n);
+        std::fclose(f);
+        return s;
+    };
+    return {status, captured ? text(captured) : std::string(), text(err)};
 }
 
 // The decompressed contents, through the reader under test's own input layer.
