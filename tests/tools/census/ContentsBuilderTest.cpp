@@ -69,8 +69,9 @@ void expectRoundTrip(ContentsBuilder& b, const Census::DecodedPath& p, const std
 }
 
 // Each value's mapping is checked by writing the set back (every attribute equal to the one
-// received, the writers being checked against their own vectors); here, what the wire form cannot
-// show: the objects interned, the class chosen, the members derived and the counts.
+// received, the writers being checked against their own vectors; the sections RoundTripTest writes
+// back are not written again here); here, what the wire form cannot show: the objects interned,
+// the class chosen, the members derived and the counts.
 TEST(ContentsBuilder, EveryCommonTypeBecomesItsInternedObject) {
     ContentsBuilder b;
     Received r("every_common_type");
@@ -93,7 +94,6 @@ TEST(ContentsBuilder, EveryCommonTypeBecomesItsInternedObject) {
     Mel::PtrConst<PathAttributes> first = b.intern(r.path());
     EXPECT_EQ(b.intern(r.path()).get(), first.get());
     EXPECT_EQ(first->getType(), PathAttributeType::full);
-    expectRoundTrip(b, r.path(), "every_common_type");
 }
 
 TEST(ContentsBuilder, EveryRareTypeThroughItsWireDecoder) {
@@ -258,7 +258,6 @@ TEST(ContentsBuilder, NextHopsComeFromTheTableOfThePrefixFamily) {
     EXPECT_EQ(c.llNextHop().get(), b.ipv6NexthopTable()->nexthop(addr("fe80::1")).get());
     EXPECT_EQ(b.counts().count(3, BuildOutcome::NotInSet), 1u);
     EXPECT_EQ(b.counts().count(14, BuildOutcome::NotInSet), 1u);
-    expectRoundTrip(b, v6.path(), "IPv6 prefix");
 
     // The same UPDATE's IPv4 prefix in the NLRI field takes NEXT_HOP.
     Received v4path("mp_reach_link_local");
@@ -289,7 +288,6 @@ TEST(ContentsBuilder, As4AttributesFoldIntoPathAndAggregatorOnTwoByteSessions) {
     EXPECT_EQ(c.aggregator().get(), aggregatorFactory(65536, v4("10.0.0.1")).get());
     EXPECT_EQ(b.counts().count(17, BuildOutcome::Interned), 1u);
     EXPECT_EQ(b.counts().count(18, BuildOutcome::Interned), 1u);
-    expectRoundTrip(b, r.path(), "as4_folding");
 }
 
 TEST(ContentsBuilder, ASecondAttributeOfOneTypeIsIgnored) {
