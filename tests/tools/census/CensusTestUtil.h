@@ -11,6 +11,7 @@
 #include <bzlib.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -28,6 +29,19 @@ using Bytes = std::vector<uint8_t>;
 inline std::string sharedMrt(const std::string& name) {
     std::filesystem::path p = std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt" / name;
     return std::filesystem::exists(p) ? p.string() : std::string();
+}
+
+// Every MRT dump of the shared data, sorted (the bgpdump texts beside them left out); none when
+// ../shared is absent.
+inline std::vector<std::string> sharedMrtFiles() {
+    std::vector<std::string> out;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(
+             std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt", ec))
+        if (e.is_regular_file() && e.path().string().find(".bgpdump-m.") == std::string::npos)
+            out.push_back(e.path().string());
+    std::sort(out.begin(), out.end());
+    return out;
 }
 
 inline std::string testData(const std::string& name) {

@@ -8,9 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <filesystem>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -22,22 +20,6 @@ using namespace Routing::Bgp;
 using Census::DecodedAttributes;
 using Census::DecodedPath;
 
-std::string mrtDir() {
-    return (std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt").string();
-}
-
-// Every MRT file of the shared data (the bgpdump text outputs beside them left out).
-std::vector<std::string> mrtFiles() {
-    std::vector<std::string> out;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::directory_iterator(mrtDir(), ec))
-        if (e.is_regular_file() &&
-            e.path().filename().string().find(".bgpdump-m.") == std::string::npos)
-            out.push_back(e.path().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
 struct RoundTripRun : Census::MrtHandler {
     Census::ContentsBuilder builder;
     Census::RoundTrip roundTrip;
@@ -48,9 +30,8 @@ struct RoundTripRun : Census::MrtHandler {
 };
 
 TEST(CensusRealData, EveryDumpRoundTripsWithEveryDifferenceExplained) {
-    const std::vector<std::string> files = mrtFiles();
-    if (files.empty())
-        GTEST_SKIP() << "no MRT dumps under " << mrtDir() << " (../shared is absent)";
+    const std::vector<std::string> files = census_test::sharedMrtFiles();
+    if (files.empty()) GTEST_SKIP() << "no MRT dumps under " ORV_SHARED_DIR "/data/mrt";
     Census::RoundTripCounts total;
     for (const std::string& file : files) {
         SCOPED_TRACE(file);

@@ -33,13 +33,8 @@ Base loadBase(const std::string& name, const std::string& path) {
 std::vector<Base> bases() {
     std::vector<Base> out;
     out.push_back(loadBase("edge_cases.mrt", testData("edge_cases.mrt")));
-    for (const char* f : {"bview.20020722.2337.gz", "updates.20070211.0141.gz",
-                          "updates.20160811.1600.gz", "bview.64k_stream_overflow.gz",
-                          "bview.ipv4_unicast_add_path.gz", "bview.ipv6_unicast_add_path.gz",
-                          "updates.long_withdrawal.gz", "updates.nlri_mask_trailing_bits.gz"}) {
-        const std::string path = sharedMrt(f);
-        if (!path.empty()) out.push_back(loadBase(f, path));
-    }
+    for (const std::string& path : sharedMrtFiles())
+        out.push_back(loadBase(std::filesystem::path(path).filename(), path));
     return out;
 }
 
