@@ -147,35 +147,14 @@ TEST(AttributeDecoder, DecodesEveryKnownAttributeAndKeepsTheRestRaw) {
     EXPECT_EQ(a.action, kNone);
     EXPECT_TRUE(a.issues.empty());
     ASSERT_EQ(a.list.size(), 17u);
-    EXPECT_EQ(a.origin, 2);
+    // The values themselves are written back and compared in the round-trip tests (the section
+    // every_common_type holds each of these types) and printed in the bgpdump edge cases; here,
+    // what only this decoder's view shows.
     EXPECT_EQ(a.effectiveAsPath().toString(), "64496 4200000000 {1,2} (3) [4,5]");
-    EXPECT_EQ(a.asPath.hopCount(), 5u);
-    EXPECT_EQ(a.nextHop, 0xc0000201u);
-    EXPECT_EQ(a.med, 50u);
-    EXPECT_EQ(a.localPref, 200u);
-    EXPECT_TRUE(a.has(6));
-    EXPECT_EQ(a.effectiveAggregator().as, 4200000001u);
-    EXPECT_EQ(a.effectiveAggregator().address, 0xc6336401u);
-    ASSERT_EQ(a.communities.size(), 2u);
-    EXPECT_EQ(a.communities[1], 0xffffff01u);
-    EXPECT_EQ(a.originatorId, 0x0a090909u);
-    ASSERT_EQ(a.clusterList.size(), 2u);
-    EXPECT_EQ(a.clusterList[1], 0x02020202u);
     EXPECT_EQ(a.mpReach.nextHop.toString(), "2001:db8::1");
-    EXPECT_EQ(a.mpReach.linkLocalNextHop.toString(), "fe80::1");
     ASSERT_EQ(a.mpReachPrefixes.size(), 2u);
     EXPECT_EQ(a.mpReachPrefixes[0].toString(), "2001:db8:1::/48");
     EXPECT_EQ(a.mpReachPrefixes[1].toString(), "::/0");
-    ASSERT_EQ(a.mpUnreachPrefixes.size(), 1u);
-    EXPECT_EQ(a.mpUnreachPrefixes[0].toString(), "10.0.0.0/8");
-    ASSERT_EQ(a.extCommunities.size(), 1u);
-    EXPECT_EQ(a.extCommunities[0], 0x0002000100000064ull);
-    ASSERT_EQ(a.ipv6ExtCommunities.size(), 1u);
-    EXPECT_EQ(a.ipv6ExtCommunities[0][19], 7);
-    EXPECT_EQ(a.aigp, 1000u);
-    ASSERT_EQ(a.largeCommunities.size(), 1u);
-    EXPECT_EQ(a.largeCommunities[0].global, 4200000000u);
-    EXPECT_EQ(a.largeCommunities[0].local2, 2u);
     // As received: flags (Partial included), the value, and the exact wire bytes.
     EXPECT_EQ(a.list[7].flags, 0xe0);
     EXPECT_TRUE(a.has(200));
