@@ -180,52 +180,50 @@ TEST(AttributeDecoder, AbbreviatedNextHopOfRibEntries) {
     EXPECT_EQ(dec.decode(attr(0x80, 14, cat({u8(4), ip4(192, 0, 2, 7)})), {}).action, kReset);
 }
 
-// AS4_PATH folding on 2-byte sessions (RFC 6793 4.2.3).
+// AS4_PATH folding on 2-byte sessions (RFC 6793 4.2.3). A row with an AGGREGATOR (from
+// 1.1.1.1) has an AS4_AGGREGATOR too: AS 4200000009 from 2.2.2.2.
 TEST(AttributeDecoder, FoldsAs4PathIntoTwoByteAsPath) {
-    const uint32_t T = 23456;
+    const uint32_t T = 23456, A = 4200000001u, B = 4200000002u;
+    auto seq2 = [](std::initializer_list<uint32_t> as) { return segment(2, as, 2); };
+    auto seq4 = [](std::initializer_list<uint32_t> as) { return segment(2, as, 4); };
     struct Case {
         const char* name;
         Bytes asPath, as4Path;
         const char* expect;
-        Bytes aggregator = {}, as4Aggregator = {};
-        uint32_t aggregatorAs = 0;
+        uint32_t aggregatorAs = 0, expectAggregatorAs = 0;
     } cases[] = {
-        {"plain", segment(2, {64496, T, T}, 2), segment(2, {4200000001u, 4200000002u}, 4),
-         "64496 4200000001 4200000002"},
-        {"leading part spans segments", cat({segment(2, {64496}, 2), segment(2, {64497, T, T}, 2)}),
-         segment(2, {4200000001u, 4200000002u}, 4), "64496 64497 4200000001 4200000002"},
-        {"a set counts one", cat({segment(1, {1, 2, 3}, 2), segment(2, {T}, 2)}),
-         segment(2, {4200000001u}, 4), "{1,2,3} 4200000001"},
-        {"as4_path longer: ignored", segment(2, {T}, 2), segment(2, {4200000001u, 5}, 4), "23456"},
+        {"plain", seq2({64496, T, T}), seq4({A, B}), "64496 4200000001 4200000002"},
+        {"leading part spans segments", cat({seq2({64496}), seq2({64497, T, T})}), seq4({A, B}),
+         "64496 64497 4200000001 4200000002"},
+        {"a set counts one", cat({segment(1, {1, 2, 3}, 2), seq2({T})}), seq4({A}),
+         "{1,2,3} 4200000001"},
+        {"as4_path longer: ignored", seq2({T}), seq4({A, 5}), "23456"},
         // Confederation segments count nothing (RFC 5065 5.3); in AS4_PATH they are discarded
         // (RFC 6793 6), in AS_PATH they stay in front of the folded path.
-        {"confederation set in both", cat({segment(4, {64500, 64501}, 2), segment(2, {T}, 2)}),
+        {"confederation set in both", cat({segment(4, {64500, 64501}, 2), seq2({T})}),
          segment(4, {4200000003u, 4200000004u}, 4), "[64500,64501] 23456"},
         {"confederation sequence kept before the folded part",
-         cat({segment(3, {64500}, 2), segment(2, {T, 64496}, 2)}),
-         cat({segment(3, {4200000005u}, 4), segment(2, {4200000001u, 64496}, 4)}),
-         "(64500) 4200000001 64496"},
-        {"confederation segments do not make AS4_PATH the longer", segment(2, {T, T}, 2),
-         cat({segment(3, {1, 2, 3}, 4), segment(2, {4200000001u, 4200000002u}, 4)}),
-         "4200000001 4200000002"},
-        {"aggregator is AS_TRANS", segment(2, {64496, T}, 2), segment(2, {4200000001u}, 4),
-         "64496 4200000001", cat({u16(uint16_t(T)), ip4(1, 1, 1, 1)}),
-         cat({u32(4200000009u), ip4(2, 2, 2, 2)}), 4200000009u},
-        {"aggregator is not AS_TRANS: both AS4 attributes ignored", segment(2, {64496, T}, 2),
-         segment(2, {4200000001u}, 4), "64496 23456", cat({u16(64500), ip4(1, 1, 1, 1)}),
-         cat({u32(4200000009u), ip4(2, 2, 2, 2)}), 64500},
+         cat({segment(3, {64500}, 2), seq2({T, 64496})}),
+         cat({segment(3, {4200000005u}, 4), seq4({A, 64496})}), "(64500) 4200000001 64496"},
+        {"confederation segments do not make AS4_PATH the longer", seq2({T, T}),
+         cat({segment(3, {1, 2, 3}, 4), seq4({A, B})}), "4200000001 4200000002"},
+        {"aggregator is AS_TRANS", seq2({64496, T}), seq4({A}), "64496 4200000001", T, 4200000009u},
+        {"aggregator is not AS_TRANS: both AS4 attributes ignored", seq2({64496, T}), seq4({A}),
+         "64496 23456", 64500, 64500},
     };
     AttributeDecoder dec;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Bytes section = cat({attr(0x40, 2, c.asPath), attr(0xc0, 17, c.as4Path)});
-        if (!c.aggregator.empty())
-            section = cat({section, attr(0xc0, 7, c.aggregator), attr(0xc0, 18, c.as4Aggregator)});
+        if (c.aggregatorAs)
+            section =
+                cat({section, attr(0xc0, 7, cat({u16(uint16_t(c.aggregatorAs)), ip4(1, 1, 1, 1)})),
+                     attr(0xc0, 18, cat({u32(4200000009u), ip4(2, 2, 2, 2)}))});
         const DecodedAttributes& a = dec.decode(section, {.asnSize = 2});
         EXPECT_EQ(a.action, kNone);
         EXPECT_EQ(a.effectiveAsPath().toString(), c.expect);
         if (c.aggregatorAs) {
-            EXPECT_EQ(a.effectiveAggregator().as, c.aggregatorAs);
+            EXPECT_EQ(a.effectiveAggregator().as, c.expectAggregatorAs);
         }
         // A 4-byte session never folds: its AS_PATH is already whole.
         const Bytes wide =
