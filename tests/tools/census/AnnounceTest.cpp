@@ -394,9 +394,7 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
                     send(4, {});
                 } else if (msg[18] == 2) {
                     firstUpdate = msg;
-                    std::vector<uint8_t> body = {3, 11};
-                    body.insert(body.end(), msg.begin() + 19, msg.end());
-                    send(3, body);
+                    send(3, census_test::cat({{3, 11}, {msg.begin() + 19, msg.end()}}));
                     done = true;
                 }
             }
