@@ -1,12 +1,12 @@
 #include "census/RoundTrip.h"
 #include "census/ContentsBuilder.h"
 
+#include "CensusTestUtil.h"
 #include "ReceivedSection.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <vector>
 
 namespace {
 
@@ -130,19 +130,15 @@ TEST(RoundTrip, PathsWithoutAttributesAreNotCompared) {
 // A long path received with 2-byte AS numbers (over extended messages) fits its attribute as it
 // came; written with 4-byte numbers it does not. The set is counted as not writable, nothing else.
 TEST(RoundTrip, SetTooLongToWriteIsCountedNotWritable) {
-    std::vector<uint8_t> section = {0x40, 1, 1, 0};
-    const size_t count = 32000, segments = (count + 254) / 255;
-    const size_t len = 2 * segments + 2 * count;
-    section.insert(section.end(), {0x50, 2, uint8_t(len >> 8), uint8_t(len)});
-    for (size_t left = count, as = 1; left > 0;) {
-        const size_t k = std::min<size_t>(left, 255);
-        section.insert(section.end(), {2, uint8_t(k)});
-        for (size_t i = 0; i < k; ++i, ++as)
-            section.insert(section.end(), {uint8_t(as >> 8), uint8_t(as)});
-        left -= k;
+    using namespace census_test;
+    Bytes path; // AS 1 to 32000 in sequences of 255
+    for (uint32_t as = 1; as <= 32000; ++as) {
+        if (as % 255 == 1) path.insert(path.end(), {2, uint8_t(std::min(255u, 32001 - as))});
+        const Bytes b = u16(uint16_t(as));
+        path.insert(path.end(), b.begin(), b.end());
     }
-    section.insert(section.end(), {0x40, 3, 4, 10, 0, 0, 1});
-    Received r(section, 2, PathSource::NlriField, Census::kAfiIpv4);
+    Received r(cat({attr(0x40, 1, {0}), attr(0x40, 2, path), attr(0x40, 3, ip4(10, 0, 0, 1))}), 2,
+               PathSource::NlriField, Census::kAfiIpv4);
     ContentsBuilder b;
     Mel::PtrConst<Routing::Bgp::PathAttributes> set = b.intern(r.path());
     ASSERT_TRUE(set);
