@@ -361,7 +361,9 @@ INSTANTIATE_TEST_SUITE_P(
 // the NOTIFICATION decoded and that UPDATE named, though more may have been sent by then.
 TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
     CENSUS_NEED_SHARED(file, kUpdates);
-    const auto [ls, port] = bindLoopback();
+    const auto listening = bindLoopback(); // plain names below: the speaker captures them
+    const int ls = listening.first;
+    const uint16_t port = listening.second;
     ASSERT_NE(port, 0);
     ASSERT_EQ(::listen(ls, 1), 0);
 
