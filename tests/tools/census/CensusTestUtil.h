@@ -1,5 +1,5 @@
-// Helpers for the census tests: file locations, temporary files, compression, and byte builders
-// for MRT records and BGP attributes.
+// Helpers for the census tests: file locations, temporary files, compression, the tool's entry
+// function, and byte builders for MRT records and BGP attributes.
 //   auto path = census_test::sharedMrt("bview.20020722.2337.gz");  // "" when ../shared is absent
 //   Bytes rec = census_test::mrt(1, 16, 4, body);  census_test::writeFile(tmp, rec);
 #pragma once
@@ -76,14 +76,9 @@ inline void writeFile(const std::string& path, const Bytes& data) {
     f.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
 }
 
-inline Bytes readFileRaw(const std::string& path) {
-    std::ifstream f(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
-}
-
 inline std::string readText(const std::string& path) {
-    const Bytes b = readFileRaw(path);
-    return std::string(b.begin(), b.end());
+    std::ifstream f(path, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 struct Outcome {
