@@ -3,17 +3,16 @@
 // own CLI what it holds. Skipped, saying why, when BIRD is not installed or will not start.
 #include "census/Announce.h"
 
+#include "CensusTestUtil.h"
+
 #include "OrvBgp/BgpPathAttributesMisc.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <fcntl.h>
 #include <filesystem>
 #include <fstream>
@@ -40,17 +39,23 @@ std::string findProgram(const char* name) {
     return {};
 }
 
-// A port nobody listens on at the moment (127.0.0.1, chosen by the kernel).
-uint16_t freePort() {
-    int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+// A socket bound to 127.0.0.1 on a port the kernel chose, and that port.
+std::pair<int, uint16_t> bindLoopback() {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
     sockaddr_in a{};
     a.sin_family = AF_INET;
     a.sin_addr.s_addr = htonl(0x7f000001);
-    ::bind(fd, reinterpret_cast<sockaddr*>(&a), sizeof a);
     socklen_t len = sizeof a;
+    if (::bind(fd, reinterpret_cast<sockaddr*>(&a), len) != 0) return {fd, 0};
     ::getsockname(fd, reinterpret_cast<sockaddr*>(&a), &len);
+    return {fd, ntohs(a.sin_port)};
+}
+
+// A port nobody listens on at the moment.
+uint16_t freePort() {
+    const auto [fd, port] = bindLoopback();
     ::close(fd);
-    return ntohs(a.sin_port);
+    return port;
 }
 
 // Output of a command, bounded by `timeout`.
@@ -135,14 +140,10 @@ public:
     void stop() {
         if (pid_ > 0) {
             ::kill(pid_, SIGTERM);
-            const auto deadline = Clock::now() + std::chrono::seconds(10);
             int status = 0;
+            const auto deadline = Clock::now() + std::chrono::seconds(10);
             while (::waitpid(pid_, &status, WNOHANG) == 0) {
-                if (Clock::now() > deadline) {
-                    ::kill(pid_, SIGKILL);
-                    ::waitpid(pid_, &status, 0);
-                    break;
-                }
+                if (Clock::now() > deadline) ::kill(pid_, SIGKILL);
                 std::this_thread::sleep_for(std::chrono::milliseconds(50));
             }
             pid_ = -1;
@@ -166,54 +167,43 @@ private:
     std::string dir_, sock_, birdc_;
 };
 
-// What BIRD shows of one route.
-struct Shown {
-    std::string origin, asPath, med, localPref, communities, aggregator;
-    bool operator==(const Shown&) const = default;
-};
+// A route's attributes as BIRD shows them: "BGP.origin" -> "IGP".
+using Attrs = std::map<std::string, std::string>;
 
-std::string describe(const Shown& s) {
-    return "origin " + s.origin + ", as_path [" + s.asPath + "], med " + s.med + ", local_pref " +
-           s.localPref + ", community [" + s.communities + "], aggregator " + s.aggregator;
+// The attributes compared, on one line; "-" for one not there.
+std::string describe(const Attrs& a) {
+    std::string s;
+    for (const char* key : {"BGP.origin", "BGP.as_path", "BGP.med", "BGP.local_pref",
+                            "BGP.community", "BGP.aggregator"}) {
+        const auto it = a.find(key);
+        s += std::string(key + 4) + " [" + (it == a.end() ? "-" : it->second) + "] ";
+    }
+    return s;
 }
 
-std::map<std::string, Shown> parseRoutes(const std::string& text) {
-    std::map<std::string, Shown> routes;
+std::map<std::string, Attrs> parseRoutes(const std::string& text) {
+    std::map<std::string, Attrs> routes;
     std::istringstream in(text);
-    Shown* cur = nullptr;
+    Attrs* cur = nullptr;
     std::string* last = nullptr;
     for (std::string line; std::getline(in, line);) {
-        if (line.empty()) continue;
-        if (line[0] != ' ' && line[0] != '\t') {
-            const size_t end = line.find(' ');
-            const std::string first = line.substr(0, end);
+        const size_t start = line.find_first_not_of(" \t");
+        if (start == std::string::npos) continue;
+        if (start == 0) {
+            // A route starts with its prefix; any other unindented line ends it.
+            const std::string first = line.substr(0, line.find(' '));
+            cur = first.find('/') == std::string::npos ? nullptr : &routes[first];
             last = nullptr;
-            if (first.find('/') == std::string::npos) {
-                cur = nullptr;
-                continue;
-            }
-            cur = &routes[first];
-            cur->med = cur->localPref = cur->aggregator = "-";
             continue;
         }
         if (!cur) continue;
-        const size_t start = line.find_first_not_of(" \t");
         const size_t colon = line.find(": ");
         if (colon == std::string::npos || line.compare(start, 4, "BGP.") != 0) {
             // BIRD breaks a long value over lines of its own.
             if (last) *last += " " + line.substr(start);
             continue;
         }
-        const std::string key = line.substr(start, colon - start);
-        const std::string value = line.substr(colon + 2);
-        last = nullptr;
-        if (key == "BGP.origin") last = &cur->origin;
-        if (key == "BGP.as_path") last = &cur->asPath;
-        if (key == "BGP.med") last = &cur->med;
-        if (key == "BGP.local_pref") last = &cur->localPref;
-        if (key == "BGP.community") last = &cur->communities;
-        if (key == "BGP.aggregator") last = &cur->aggregator;
-        if (last) *last = value;
+        last = &((*cur)[line.substr(start, colon - start)] = line.substr(colon + 2));
     }
     return routes;
 }
@@ -230,12 +220,12 @@ struct SessionCase {
 };
 
 // What BIRD must show for a route of the dump, sent over this session.
-Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
+Attrs expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
     using namespace Routing::Bgp;
-    Shown s;
+    Attrs s;
     static const char* const origins[] = {"IGP", "EGP", "Incomplete", "?"};
-    s.origin = origins[uint8_t(set.originGet()) & 3];
-    std::string path;
+    s["BGP.origin"] = origins[uint8_t(set.originGet()) & 3];
+    std::string& path = s["BGP.as_path"];
     auto add = [&](const std::string& t) {
         if (!path.empty()) path += ' ';
         path += t;
@@ -247,43 +237,30 @@ Shown expected(const Routing::Bgp::PathAttributes& set, const SessionCase& k) {
             std::string numbers;
             for (Orvnet::AutonomousSystem as : seg.as)
                 numbers += (numbers.empty() ? "" : " ") + std::to_string(as.value());
-            switch (seg.segmentType().value()) {
-            case 1:
-                add("{" + numbers + "}");
-                break;
-            case 2:
-                add(numbers);
-                break;
-            case 3:
-                add("(" + numbers + ")");
-                break;
-            default:
-                add("[" + numbers + "]");
-                break;
-            }
+            // AS_SET, AS_SEQUENCE, AS_CONFED_SEQUENCE, AS_CONFED_SET.
+            static const char* const brackets[] = {"{}", "", "()", "[]"};
+            const std::string b = brackets[(seg.segmentType().value() - 1) & 3];
+            add(b.empty() ? numbers : b[0] + numbers + b[1]);
         }
     };
     if (auto p = set.aspathAttrGet()) {
         if (k.type != PeerType::external) segments(p->confedPath());
         segments(p->path());
     }
-    s.asPath = path;
-    s.med = set.medGet().isSpecified() ? std::to_string(set.medGet().value()) : "-";
+    if (set.medGet().isSpecified()) s["BGP.med"] = std::to_string(set.medGet().value());
     // Toward an external peer none is sent; where none arrives BIRD sets its default, 100.
-    s.localPref = k.type != PeerType::external && set.localPrefGet().isSpecified()
-                      ? std::to_string(set.localPrefGet().value())
-                      : "100";
+    s["BGP.local_pref"] = k.type != PeerType::external && set.localPrefGet().isSpecified()
+                              ? std::to_string(set.localPrefGet().value())
+                              : "100";
     if (auto c = set.commListGet()) {
-        std::vector<uint32_t> v(c->begin(), c->begin() + c->size());
-        for (uint32_t x : v)
-            s.communities += (s.communities.empty() ? "(" : " (") + std::to_string(x >> 16) + "," +
-                             std::to_string(x & 0xffff) + ")";
+        std::string& text = s["BGP.community"];
+        for (auto x = c->begin(); x != c->begin() + c->size(); ++x)
+            text += (text.empty() ? "(" : " (") + std::to_string(*x >> 16) + "," +
+                    std::to_string(*x & 0xffff) + ")";
     }
     if (auto a = set.aggregatorGet())
-        s.aggregator =
+        s["BGP.aggregator"] =
             a->aggregatorId().toString() + " AS" + std::to_string(a->autonomousSystem().value());
-    else
-        s.aggregator = "-";
     return s;
 }
 
@@ -297,38 +274,13 @@ std::string birdProtocol(const SessionCase& k) {
     return c.str();
 }
 
-std::string shared(const char* file) {
-    return std::string(ORV_SHARED_DIR) + "/data/mrt/" + file;
-}
-
-// announceMain on `args` (the program's name added): its exit status and what it wrote to stderr.
-std::pair<int, std::string> runAnnounce(const std::vector<std::string>& args) {
-    std::vector<const char*> argv = {"bgp-attr-census"};
-    for (const std::string& a : args)
-        argv.push_back(a.c_str());
-    std::FILE* out = std::tmpfile();
-    std::FILE* err = std::tmpfile();
-    const int status = announceMain(int(argv.size()), argv.data(), out, err);
-    std::string text(size_t(std::ftell(err)), '\0');
-    std::rewind(err);
-    (void)!std::fread(text.data(), 1, text.size(), err);
-    std::fclose(out);
-    std::fclose(err);
-    return {status, text};
-}
-
-void PrintTo(const SessionCase& k, std::ostream* os) {
-    *os << k.name;
-}
-
 class AnnounceToBird : public testing::TestWithParam<SessionCase> {};
 
 // Every route the daemon holds has the attributes the dump gave it, with our AS where the session
 // calls for it; it holds every route sent, and the session ends without a NOTIFICATION.
 TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
     const SessionCase& k = GetParam();
-    const std::string file = shared(k.file);
-    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
+    CENSUS_NEED_SHARED(file, k.file);
     AnnounceTable table;
     std::string error;
     ASSERT_TRUE(loadAnnounceTable(file, k.fromPeer, table, error)) << error;
@@ -370,7 +322,7 @@ TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
     EXPECT_EQ(r.skipped, 0u);
     EXPECT_EQ(imported, table.routes.size()) << bird.log();
 
-    const std::map<std::string, Shown> held = parseRoutes(shown);
+    const std::map<std::string, Attrs> held = parseRoutes(shown);
     EXPECT_EQ(held.size(), table.routes.size());
     size_t wrong = 0, missing = 0;
     for (const auto& [prefix, set] : table.routes) {
@@ -380,10 +332,9 @@ TEST_P(AnnounceToBird, DaemonHoldsEveryRouteAsTheDumpSays) {
             if (++missing <= 5) ADD_FAILURE() << key << ": not held";
             continue;
         }
-        const Shown want = expected(*set, k);
-        if (!(it->second == want) && ++wrong <= 5)
-            ADD_FAILURE() << key << "\n  held: " << describe(it->second)
-                          << "\n  want: " << describe(want);
+        const std::string got = describe(it->second), want = describe(expected(*set, k));
+        if (got != want && ++wrong <= 5)
+            ADD_FAILURE() << key << "\n  held: " << got << "\n  want: " << want;
     }
     EXPECT_EQ(wrong, 0u);
     EXPECT_EQ(missing, 0u);
@@ -409,17 +360,12 @@ INSTANTIATE_TEST_SUITE_P(
 // UPDATE Message Error / Malformed AS_PATH, its data that UPDATE's body: the run ends with exit 1,
 // the NOTIFICATION decoded and that UPDATE named, though more may have been sent by then.
 TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
-    const std::string file = shared(kUpdates);
-    if (!fs::exists(file)) GTEST_SKIP() << file << " is not there";
-    int ls = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    sockaddr_in a{};
-    a.sin_family = AF_INET;
-    a.sin_addr.s_addr = htonl(0x7f000001);
-    ASSERT_EQ(::bind(ls, reinterpret_cast<sockaddr*>(&a), sizeof a), 0);
+    CENSUS_NEED_SHARED(file, kUpdates);
+    const auto listening = bindLoopback(); // plain names below: the speaker captures them
+    const int ls = listening.first;
+    const uint16_t port = listening.second;
+    ASSERT_NE(port, 0);
     ASSERT_EQ(::listen(ls, 1), 0);
-    socklen_t alen = sizeof a;
-    ::getsockname(ls, reinterpret_cast<sockaddr*>(&a), &alen);
-    const uint16_t port = ntohs(a.sin_port);
 
     std::vector<uint8_t> firstUpdate;
     std::thread speaker([&] {
@@ -428,12 +374,9 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
         int fd = ::accept(ls, nullptr, nullptr);
         timeval tv{20, 0};
         ::setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
-        auto send = [&](uint8_t type, std::vector<uint8_t> body) {
-            std::vector<uint8_t> m(16, 0xff);
-            m.push_back(uint8_t((19 + body.size()) >> 8));
-            m.push_back(uint8_t(19 + body.size()));
-            m.push_back(type);
-            m.insert(m.end(), body.begin(), body.end());
+        auto send = [&](uint8_t type, const census_test::Bytes& body) {
+            using namespace census_test;
+            const Bytes m = cat({Bytes(16, 0xff), u16(uint16_t(19 + body.size())), u8(type), body});
             (void)!::write(fd, m.data(), m.size());
         };
         std::vector<uint8_t> in;
@@ -453,9 +396,7 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
                     send(4, {});
                 } else if (msg[18] == 2) {
                     firstUpdate = msg;
-                    std::vector<uint8_t> body = {3, 11};
-                    body.insert(body.end(), msg.begin() + 19, msg.end());
-                    send(3, body);
+                    send(3, census_test::cat({{3, 11}, {msg.begin() + 19, msg.end()}}));
                     done = true;
                 }
             }
@@ -463,18 +404,19 @@ TEST(Announce, NotificationEndsTheRunNamingTheUpdate) {
         ::close(fd);
     });
 
-    const auto [status, errText] = runAnnounce({"--announce", "127.0.0.1:" + std::to_string(port),
-                                                "--local-as", "64901", "--peer-as", "64990", file});
+    const census_test::Outcome o =
+        census_test::runCensus({"--announce", "127.0.0.1:" + std::to_string(port), "--local-as",
+                                "64901", "--peer-as", "64990", file});
     speaker.join();
     ::close(ls);
 
-    EXPECT_EQ(status, 1);
+    EXPECT_EQ(o.status, 1);
     ASSERT_FALSE(firstUpdate.empty());
     const std::string hex = Mel::Bytes(firstUpdate).toHex();
-    EXPECT_NE(errText.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
+    EXPECT_NE(o.err.find("NOTIFICATION 3/11: UPDATE Message Error / Malformed AS_PATH"),
               std::string::npos)
-        << errText;
-    EXPECT_NE(errText.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << errText;
+        << o.err;
+    EXPECT_NE(o.err.find("provoked by the UPDATE " + hex + "\n"), std::string::npos) << o.err;
 }
 
 // Usage errors exit 2 naming the fault before anything is read or sent; a speaker that is not
@@ -485,7 +427,7 @@ TEST(Announce, CommandLineFaults) {
         int status;
         const char* message;
     };
-    const std::string file = shared(kUpdates);
+    const std::string file = census_test::sharedMrt(kUpdates);
     const std::string closed = "127.0.0.1:" + std::to_string(freePort());
     const std::vector<Row> rows = {
         {{"--announce"}, 2, "--announce needs a value"},
@@ -502,10 +444,10 @@ TEST(Announce, CommandLineFaults) {
          "connecting to 127.0.0.1"},
     };
     for (const Row& row : rows) {
-        if (row.status == 1 && !fs::exists(file)) continue;
-        const auto [status, text] = runAnnounce(row.args);
-        EXPECT_EQ(status, row.status) << row.message;
-        EXPECT_NE(text.find(row.message), std::string::npos) << text;
+        if (row.status == 1 && file.empty()) continue;
+        const census_test::Outcome o = census_test::runCensus(row.args);
+        EXPECT_EQ(o.status, row.status) << row.message;
+        EXPECT_NE(o.err.find(row.message), std::string::npos) << o.err;
     }
 }
 

@@ -27,70 +27,60 @@ Bytes v6(uint8_t last) {
 // that the attribute does not count as present.
 TEST(AttributeDecoder, ClassifiesMalformedAttributes) {
     const Bytes mpIpv6Head = cat({u16(2), u8(1)});
+    using M = Malformation;
     struct Case {
         const char* name;
         Bytes attr;
-        uint8_t asnSize;
         uint8_t type;
         Malformation what;
         ErrorAction action;
+        uint8_t asnSize = 4;
     } cases[] = {
-        {"origin length", attr(0x40, 1, {0, 0}), 4, 1, Malformation::Length, kTaw},
-        {"origin value", attr(0x40, 1, {3}), 4, 1, Malformation::Value, kTaw},
-        {"origin optional", attr(0xc0, 1, {0}), 4, 1, Malformation::Flags, kTaw},
-        {"as_path segment type", attr(0x40, 2, segment(5, {1}, 4)), 4, 2, Malformation::Value,
-         kTaw},
-        {"as_path empty segment", attr(0x40, 2, {2, 0}), 4, 2, Malformation::Value, kTaw},
-        {"as_path overrun", attr(0x40, 2, {2, 2, 0, 0, 0, 1, 0, 0}), 4, 2, Malformation::Value,
-         kTaw},
-        {"as_path 4-byte data on a 2-byte session", attr(0x40, 2, segment(2, {70000}, 4)), 2, 2,
-         Malformation::Value, kTaw},
-        {"next_hop length", attr(0x40, 3, {1, 2, 3, 4, 5}), 4, 3, Malformation::Length, kTaw},
-        {"med length", attr(0x80, 4, {0, 0, 1}), 4, 4, Malformation::Length, kTaw},
-        {"med well-known", attr(0x40, 4, u32(1)), 4, 4, Malformation::Flags, kTaw},
-        {"local_pref length", attr(0x40, 5, {}), 4, 5, Malformation::Length, kTaw},
-        {"atomic_aggregate length", attr(0x40, 6, {0}), 4, 6, Malformation::Length, kDiscard},
-        {"aggregator 2-byte form on a 4-byte session", attr(0xc0, 7, cat({u16(1), u32(1)})), 4, 7,
-         Malformation::Length, kDiscard},
-        {"aggregator 4-byte form on a 2-byte session", attr(0xc0, 7, cat({u32(1), u32(1)})), 2, 7,
-         Malformation::Length, kDiscard},
-        {"communities empty", attr(0xc0, 8, {}), 4, 8, Malformation::Length, kTaw},
-        {"communities length", attr(0xc0, 8, {0, 0, 0, 1, 0}), 4, 8, Malformation::Length, kTaw},
-        {"originator_id length", attr(0x80, 9, {1, 2, 3}), 4, 9, Malformation::Length, kTaw},
-        {"cluster_list length", attr(0x80, 10, {1, 2, 3, 4, 5, 6}), 4, 10, Malformation::Length,
-         kTaw},
-        {"mp_reach too short", attr(0x80, 14, {0, 2, 1}), 4, 14, Malformation::Length, kReset},
-        {"mp_reach next hop past the end", attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1)})), 4, 14,
-         Malformation::Length, kReset},
+        {"origin length", attr(0x40, 1, {0, 0}), 1, M::Length, kTaw},
+        {"origin value", attr(0x40, 1, {3}), 1, M::Value, kTaw},
+        {"origin optional", attr(0xc0, 1, {0}), 1, M::Flags, kTaw},
+        {"as_path segment type", attr(0x40, 2, segment(5, {1}, 4)), 2, M::Value, kTaw},
+        {"as_path empty segment", attr(0x40, 2, {2, 0}), 2, M::Value, kTaw},
+        {"as_path overrun", attr(0x40, 2, {2, 2, 0, 0, 0, 1, 0, 0}), 2, M::Value, kTaw},
+        {"as_path 4-byte data on a 2-byte session", attr(0x40, 2, segment(2, {70000}, 4)), 2,
+         M::Value, kTaw, 2},
+        {"next_hop length", attr(0x40, 3, {1, 2, 3, 4, 5}), 3, M::Length, kTaw},
+        {"med length", attr(0x80, 4, {0, 0, 1}), 4, M::Length, kTaw},
+        {"med well-known", attr(0x40, 4, u32(1)), 4, M::Flags, kTaw},
+        {"local_pref length", attr(0x40, 5, {}), 5, M::Length, kTaw},
+        {"atomic_aggregate length", attr(0x40, 6, {0}), 6, M::Length, kDiscard},
+        {"aggregator 2-byte form on a 4-byte session", attr(0xc0, 7, cat({u16(1), u32(1)})), 7,
+         M::Length, kDiscard},
+        {"aggregator 4-byte form on a 2-byte session", attr(0xc0, 7, cat({u32(1), u32(1)})), 7,
+         M::Length, kDiscard, 2},
+        {"communities empty", attr(0xc0, 8, {}), 8, M::Length, kTaw},
+        {"communities length", attr(0xc0, 8, {0, 0, 0, 1, 0}), 8, M::Length, kTaw},
+        {"originator_id length", attr(0x80, 9, {1, 2, 3}), 9, M::Length, kTaw},
+        {"cluster_list length", attr(0x80, 10, {1, 2, 3, 4, 5, 6}), 10, M::Length, kTaw},
+        {"mp_reach too short", attr(0x80, 14, {0, 2, 1}), 14, M::Length, kReset},
+        {"mp_reach next hop past the end", attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1)})), 14,
+         M::Length, kReset},
         {"mp_reach next hop length", attr(0x80, 14, cat({mpIpv6Head, u8(5), Bytes(5, 1), u8(0)})),
-         4, 14, Malformation::Length, kReset},
+         14, M::Length, kReset},
         {"mp_reach prefix too long",
-         attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1), u8(0), u8(129), Bytes(17, 0)})), 4, 14,
-         Malformation::Nlri, kReset},
-        {"mp_unreach too short", attr(0x80, 15, {0, 2}), 4, 15, Malformation::Length, kReset},
-        {"mp_unreach prefix cut", attr(0x80, 15, cat({mpIpv6Head, u8(48), Bytes(3, 1)})), 4, 15,
-         Malformation::Nlri, kReset},
-        {"ext_communities length", attr(0xc0, 16, Bytes(12, 0)), 4, 16, Malformation::Length, kTaw},
-        {"as4_path malformed", attr(0xc0, 17, {2, 1, 0, 0}), 2, 17, Malformation::Value, kDiscard},
-        {"as4_aggregator length", attr(0xc0, 18, Bytes(6, 0)), 2, 18, Malformation::Length,
+         attr(0x80, 14, cat({mpIpv6Head, u8(16), v6(1), u8(0), u8(129), Bytes(17, 0)})), 14,
+         M::Nlri, kReset},
+        {"mp_unreach too short", attr(0x80, 15, {0, 2}), 15, M::Length, kReset},
+        {"mp_unreach prefix cut", attr(0x80, 15, cat({mpIpv6Head, u8(48), Bytes(3, 1)})), 15,
+         M::Nlri, kReset},
+        {"ext_communities length", attr(0xc0, 16, Bytes(12, 0)), 16, M::Length, kTaw},
+        {"as4_path malformed", attr(0xc0, 17, {2, 1, 0, 0}), 17, M::Value, kDiscard, 2},
+        {"as4_aggregator length", attr(0xc0, 18, Bytes(6, 0)), 18, M::Length, kDiscard, 2},
+        {"ipv6_ext_communities length", attr(0xc0, 25, Bytes(21, 0)), 25, M::Length, kTaw},
+        {"aigp tlv length", attr(0x80, 26, cat({u8(1), u16(10), Bytes(7, 0)})), 26, M::Length,
          kDiscard},
-        {"ipv6_ext_communities length", attr(0xc0, 25, Bytes(21, 0)), 4, 25, Malformation::Length,
-         kTaw},
-        {"aigp tlv length", attr(0x80, 26, cat({u8(1), u16(10), Bytes(7, 0)})), 4, 26,
-         Malformation::Length, kDiscard},
-        {"aigp without its tlv", attr(0x80, 26, cat({u8(2), u16(4), u8(0)})), 4, 26,
-         Malformation::Value, kDiscard},
-        {"large_community length", attr(0xc0, 32, Bytes(13, 0)), 4, 32, Malformation::Length, kTaw},
-        {"unknown well-known", attr(0x40, 99, {1}), 4, 99, Malformation::UnrecognizedWellKnown,
-         kReset},
-        {"header cut", {0x40, 5}, 4, 0, Malformation::AttributeListOverrun, kTaw},
-        {"extended header cut", {0x50, 5, 0}, 4, 5, Malformation::AttributeListOverrun, kTaw},
-        {"value past the section",
-         {0x40, 5, 4, 0, 0, 0},
-         4,
-         5,
-         Malformation::AttributeListOverrun,
-         kTaw},
+        {"aigp without its tlv", attr(0x80, 26, cat({u8(2), u16(4), u8(0)})), 26, M::Value,
+         kDiscard},
+        {"large_community length", attr(0xc0, 32, Bytes(13, 0)), 32, M::Length, kTaw},
+        {"unknown well-known", attr(0x40, 99, {1}), 99, M::UnrecognizedWellKnown, kReset},
+        {"header cut", {0x40, 5}, 0, M::AttributeListOverrun, kTaw},
+        {"extended header cut", {0x50, 5, 0}, 5, M::AttributeListOverrun, kTaw},
+        {"value past the section", {0x40, 5, 4, 0, 0, 0}, 5, M::AttributeListOverrun, kTaw},
     };
     AttributeDecoder dec;
     for (const Case& c : cases) {
@@ -157,35 +147,14 @@ TEST(AttributeDecoder, DecodesEveryKnownAttributeAndKeepsTheRestRaw) {
     EXPECT_EQ(a.action, kNone);
     EXPECT_TRUE(a.issues.empty());
     ASSERT_EQ(a.list.size(), 17u);
-    EXPECT_EQ(a.origin, 2);
+    // The values themselves are written back and compared in the round-trip tests (the section
+    // every_common_type holds each of these types) and printed in the bgpdump edge cases; here,
+    // what only this decoder's view shows.
     EXPECT_EQ(a.effectiveAsPath().toString(), "64496 4200000000 {1,2} (3) [4,5]");
-    EXPECT_EQ(a.asPath.hopCount(), 5u);
-    EXPECT_EQ(a.nextHop, 0xc0000201u);
-    EXPECT_EQ(a.med, 50u);
-    EXPECT_EQ(a.localPref, 200u);
-    EXPECT_TRUE(a.has(6));
-    EXPECT_EQ(a.effectiveAggregator().as, 4200000001u);
-    EXPECT_EQ(a.effectiveAggregator().address, 0xc6336401u);
-    ASSERT_EQ(a.communities.size(), 2u);
-    EXPECT_EQ(a.communities[1], 0xffffff01u);
-    EXPECT_EQ(a.originatorId, 0x0a090909u);
-    ASSERT_EQ(a.clusterList.size(), 2u);
-    EXPECT_EQ(a.clusterList[1], 0x02020202u);
     EXPECT_EQ(a.mpReach.nextHop.toString(), "2001:db8::1");
-    EXPECT_EQ(a.mpReach.linkLocalNextHop.toString(), "fe80::1");
     ASSERT_EQ(a.mpReachPrefixes.size(), 2u);
     EXPECT_EQ(a.mpReachPrefixes[0].toString(), "2001:db8:1::/48");
     EXPECT_EQ(a.mpReachPrefixes[1].toString(), "::/0");
-    ASSERT_EQ(a.mpUnreachPrefixes.size(), 1u);
-    EXPECT_EQ(a.mpUnreachPrefixes[0].toString(), "10.0.0.0/8");
-    ASSERT_EQ(a.extCommunities.size(), 1u);
-    EXPECT_EQ(a.extCommunities[0], 0x0002000100000064ull);
-    ASSERT_EQ(a.ipv6ExtCommunities.size(), 1u);
-    EXPECT_EQ(a.ipv6ExtCommunities[0][19], 7);
-    EXPECT_EQ(a.aigp, 1000u);
-    ASSERT_EQ(a.largeCommunities.size(), 1u);
-    EXPECT_EQ(a.largeCommunities[0].global, 4200000000u);
-    EXPECT_EQ(a.largeCommunities[0].local2, 2u);
     // As received: flags (Partial included), the value, and the exact wire bytes.
     EXPECT_EQ(a.list[7].flags, 0xe0);
     EXPECT_TRUE(a.has(200));
@@ -211,52 +180,50 @@ TEST(AttributeDecoder, AbbreviatedNextHopOfRibEntries) {
     EXPECT_EQ(dec.decode(attr(0x80, 14, cat({u8(4), ip4(192, 0, 2, 7)})), {}).action, kReset);
 }
 
-// AS4_PATH folding on 2-byte sessions (RFC 6793 4.2.3).
+// AS4_PATH folding on 2-byte sessions (RFC 6793 4.2.3). A row with an AGGREGATOR (from
+// 1.1.1.1) has an AS4_AGGREGATOR too: AS 4200000009 from 2.2.2.2.
 TEST(AttributeDecoder, FoldsAs4PathIntoTwoByteAsPath) {
-    const uint32_t T = 23456;
+    const uint32_t T = 23456, A = 4200000001u, B = 4200000002u;
+    auto seq2 = [](std::initializer_list<uint32_t> as) { return segment(2, as, 2); };
+    auto seq4 = [](std::initializer_list<uint32_t> as) { return segment(2, as, 4); };
     struct Case {
         const char* name;
         Bytes asPath, as4Path;
         const char* expect;
-        Bytes aggregator = {}, as4Aggregator = {};
-        uint32_t aggregatorAs = 0;
+        uint32_t aggregatorAs = 0, expectAggregatorAs = 0;
     } cases[] = {
-        {"plain", segment(2, {64496, T, T}, 2), segment(2, {4200000001u, 4200000002u}, 4),
-         "64496 4200000001 4200000002"},
-        {"leading part spans segments", cat({segment(2, {64496}, 2), segment(2, {64497, T, T}, 2)}),
-         segment(2, {4200000001u, 4200000002u}, 4), "64496 64497 4200000001 4200000002"},
-        {"a set counts one", cat({segment(1, {1, 2, 3}, 2), segment(2, {T}, 2)}),
-         segment(2, {4200000001u}, 4), "{1,2,3} 4200000001"},
-        {"as4_path longer: ignored", segment(2, {T}, 2), segment(2, {4200000001u, 5}, 4), "23456"},
+        {"plain", seq2({64496, T, T}), seq4({A, B}), "64496 4200000001 4200000002"},
+        {"leading part spans segments", cat({seq2({64496}), seq2({64497, T, T})}), seq4({A, B}),
+         "64496 64497 4200000001 4200000002"},
+        {"a set counts one", cat({segment(1, {1, 2, 3}, 2), seq2({T})}), seq4({A}),
+         "{1,2,3} 4200000001"},
+        {"as4_path longer: ignored", seq2({T}), seq4({A, 5}), "23456"},
         // Confederation segments count nothing (RFC 5065 5.3); in AS4_PATH they are discarded
         // (RFC 6793 6), in AS_PATH they stay in front of the folded path.
-        {"confederation set in both", cat({segment(4, {64500, 64501}, 2), segment(2, {T}, 2)}),
+        {"confederation set in both", cat({segment(4, {64500, 64501}, 2), seq2({T})}),
          segment(4, {4200000003u, 4200000004u}, 4), "[64500,64501] 23456"},
         {"confederation sequence kept before the folded part",
-         cat({segment(3, {64500}, 2), segment(2, {T, 64496}, 2)}),
-         cat({segment(3, {4200000005u}, 4), segment(2, {4200000001u, 64496}, 4)}),
-         "(64500) 4200000001 64496"},
-        {"confederation segments do not make AS4_PATH the longer", segment(2, {T, T}, 2),
-         cat({segment(3, {1, 2, 3}, 4), segment(2, {4200000001u, 4200000002u}, 4)}),
-         "4200000001 4200000002"},
-        {"aggregator is AS_TRANS", segment(2, {64496, T}, 2), segment(2, {4200000001u}, 4),
-         "64496 4200000001", cat({u16(uint16_t(T)), ip4(1, 1, 1, 1)}),
-         cat({u32(4200000009u), ip4(2, 2, 2, 2)}), 4200000009u},
-        {"aggregator is not AS_TRANS: both AS4 attributes ignored", segment(2, {64496, T}, 2),
-         segment(2, {4200000001u}, 4), "64496 23456", cat({u16(64500), ip4(1, 1, 1, 1)}),
-         cat({u32(4200000009u), ip4(2, 2, 2, 2)}), 64500},
+         cat({segment(3, {64500}, 2), seq2({T, 64496})}),
+         cat({segment(3, {4200000005u}, 4), seq4({A, 64496})}), "(64500) 4200000001 64496"},
+        {"confederation segments do not make AS4_PATH the longer", seq2({T, T}),
+         cat({segment(3, {1, 2, 3}, 4), seq4({A, B})}), "4200000001 4200000002"},
+        {"aggregator is AS_TRANS", seq2({64496, T}), seq4({A}), "64496 4200000001", T, 4200000009u},
+        {"aggregator is not AS_TRANS: both AS4 attributes ignored", seq2({64496, T}), seq4({A}),
+         "64496 23456", 64500, 64500},
     };
     AttributeDecoder dec;
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         Bytes section = cat({attr(0x40, 2, c.asPath), attr(0xc0, 17, c.as4Path)});
-        if (!c.aggregator.empty())
-            section = cat({section, attr(0xc0, 7, c.aggregator), attr(0xc0, 18, c.as4Aggregator)});
+        if (c.aggregatorAs)
+            section =
+                cat({section, attr(0xc0, 7, cat({u16(uint16_t(c.aggregatorAs)), ip4(1, 1, 1, 1)})),
+                     attr(0xc0, 18, cat({u32(4200000009u), ip4(2, 2, 2, 2)}))});
         const DecodedAttributes& a = dec.decode(section, {.asnSize = 2});
         EXPECT_EQ(a.action, kNone);
         EXPECT_EQ(a.effectiveAsPath().toString(), c.expect);
         if (c.aggregatorAs) {
-            EXPECT_EQ(a.effectiveAggregator().as, c.aggregatorAs);
+            EXPECT_EQ(a.effectiveAggregator().as, c.expectAggregatorAs);
         }
         // A 4-byte session never folds: its AS_PATH is already whole.
         const Bytes wide =

@@ -57,25 +57,19 @@ TEST(BgpdumpFormat, SameLinesAsBgpdumpForTheEdgeCases) {
 }
 
 // What that tool printed for each address (as a BGP4MP state change's peer): every rule of its
-// IPv6 text, one row or more each.
+// IPv6 text, one row or more each, beside the addresses of the edge cases above.
 TEST(BgpdumpFormat, Ipv6TextAsThatToolPrintsIt) {
     struct Case {
         std::array<uint16_t, 8> groups;
         const char* text;
     } cases[] = {
-        {{0x2001, 0x7f8, 0x30, 0, 2, 1, 0, 0x8447}, "2001:7f8:30::2:1:0:8447"},
-        {{0, 0, 0, 0, 0, 0, 0, 2}, "::0.0.0.2"},
         {{0, 0, 0, 0, 0, 0, 1, 0}, "::0.1.0.0"},
         {{0, 0, 0, 0, 0, 0, 0xffff, 0}, "::255.255.0.0"},
         {{0, 0, 0, 0, 0, 0xffff, 1, 0}, "::ffff:0.1.0.0"},
-        {{0, 0, 0, 0, 0, 0xffff, 0xc000, 0x206}, "::ffff:192.0.2.6"},
         {{0, 0, 0, 0, 0, 0, 0xc000, 0x206}, "::192.0.2.6"},
         {{0, 0, 0, 0, 0xffff, 0, 0xc000, 0x206}, "::ffff:0:c000:206"},
         {{0, 0, 0, 0, 0, 0xfffe, 0x102, 0x304}, "::fffe:102:304"},
         {{0, 0, 0, 0, 1, 0xffff, 1, 2}, "::1:ffff:1:2"},
-        {{0, 0, 0, 0, 0, 0, 0, 1}, "::1"},
-        {{0, 0, 0, 0, 0, 0, 0, 0}, "::"},
-        {{1, 0, 0, 2, 0, 0, 3, 4}, "1::2:0:0:3:4"},
         {{1, 0, 0, 2, 0, 0, 0, 3}, "1:0:0:2::3"},
         {{0, 0, 0, 1, 0, 0, 0, 0}, "0:0:0:1::"},
         {{1, 2, 3, 4, 5, 6, 7, 0}, "1:2:3:4:5:6:7::"},
@@ -93,31 +87,4 @@ TEST(BgpdumpFormat, Ipv6TextAsThatToolPrintsIt) {
         appendBgpdumpIpv6(text, bytes);
         EXPECT_EQ(text, c.text);
     }
-}
-
-TEST(BgpdumpFormat, AsPathText) {
-    AsPath p;
-    auto seg = [&](uint8_t type, std::initializer_list<uint32_t> asns) {
-        p.segments.push_back({type, uint32_t(p.asns.size()), uint32_t(asns.size())});
-        p.asns.insert(p.asns.end(), asns);
-    };
-    auto text = [&] {
-        std::string s;
-        appendBgpdumpAsPath(s, p);
-        return s;
-    };
-    EXPECT_EQ(text(), "");
-    seg(1, {1, 2});
-    seg(1, {3});
-    EXPECT_EQ(text(), "{1,2} {3}");
-    seg(3, {4, 5});
-    seg(2, {6});
-    EXPECT_EQ(text(), "{1,2} {3} (4 5) 6");
-    p.clear();
-    for (uint32_t i = 0; i < 2000; ++i)
-        seg(2, {4000000000u + i});
-    const std::string cut = text();
-    EXPECT_EQ(cut.substr(cut.size() - 3), "...");
-    EXPECT_LE(cut.size(), 7900u + 11 + 3);
-    EXPECT_GT(cut.size(), 7900u);
 }

@@ -1,15 +1,17 @@
-// Helpers for the census tests: file locations, temporary files, compression, and byte builders
-// for MRT records and BGP attributes.
+// Helpers for the census tests: file locations, temporary files, compression, the tool's entry
+// function, and byte builders for MRT records and BGP attributes.
 //   auto path = census_test::sharedMrt("bview.20020722.2337.gz");  // "" when ../shared is absent
 //   Bytes rec = census_test::mrt(1, 16, 4, body);  census_test::writeFile(tmp, rec);
 #pragma once
 
+#include "census/Cli.h"
 #include "census/Input.h"
 #include "census/Prefix.h"
 
 #include <bzlib.h>
 #include <zlib.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
@@ -27,6 +29,19 @@ using Bytes = std::vector<uint8_t>;
 inline std::string sharedMrt(const std::string& name) {
     std::filesystem::path p = std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt" / name;
     return std::filesystem::exists(p) ? p.string() : std::string();
+}
+
+// Every MRT dump of the shared data, sorted (the bgpdump texts beside them left out); none when
+// ../shared is absent.
+inline std::vector<std::string> sharedMrtFiles() {
+    std::vector<std::string> out;
+    std::error_code ec;
+    for (const auto& e : std::filesystem::directory_iterator(
+             std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt", ec))
+        if (e.is_regular_file() && e.path().string().find(".bgpdump-m.") == std::string::npos)
+            out.push_back(e.path().string());
+    std::sort(out.begin(), out.end());
+    return out;
 }
 
 inline std::string testData(const std::string& name) {
@@ -61,9 +76,36 @@ inline void writeFile(const std::string& path, const Bytes& data) {
     f.write(reinterpret_cast<const char*>(data.data()), std::streamsize(data.size()));
 }
 
-inline Bytes readFileRaw(const std::string& path) {
+inline std::string readText(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
-    return Bytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+    return std::string(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
+}
+
+struct Outcome {
+    int status;
+    std::string out, err;
+};
+
+// The tool's entry function on `args` (its name put in front): the exit status and what it wrote,
+// standard output going to `out` instead when given (and left empty here).
+inline Outcome runCensus(std::vector<std::string> args, std::FILE* out = nullptr) {
+    args.insert(args.begin(), "bgp-attr-census");
+    std::vector<const char*> argv;
+    for (const std::string& a : args)
+        argv.push_back(a.c_str());
+    std::FILE* captured = out ? nullptr : std::tmpfile();
+    std::FILE* err = std::tmpfile();
+    const int status = Census::censusMain(int(argv.size()), argv.data(), out ? out : captured, err);
+    auto text = [](std::FILE* f) {
+        std::string s;
+        std::rewind(f);
+        char buf[1 << 14];
+        while (size_t n = std::fread(buf, 1, sizeof buf, f))
+            s.append(buf, n);
+        std::fclose(f);
+        return s;
+    };
+    return {status, captured ? text(captured) : std::string(), text(err)};
 }
 
 // The decompressed contents, through the reader under test's own input layer.

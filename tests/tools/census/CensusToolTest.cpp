@@ -14,8 +14,6 @@
 #include <gtest/gtest.h>
 
 #include <iterator>
-#include <map>
-#include <set>
 #include <sstream>
 
 using namespace census_test;
@@ -23,67 +21,23 @@ using namespace Census;
 
 namespace {
 
-struct Outcome {
-    int status;
-    std::string out, err;
-};
-
-std::string slurp(std::FILE* f) {
-    std::string s;
-    std::rewind(f);
-    char buf[1 << 14];
-    while (size_t n = std::fread(buf, 1, sizeof buf, f))
-        s.append(buf, n);
-    std::fclose(f);
-    return s;
-}
-
-// The tool's run with standard output to a temporary file, or to `out` when given (then out is
-// left empty in the outcome).
+// The tool's run, without its progress line.
 Outcome runTool(std::vector<std::string> args, std::FILE* out = nullptr) {
-    args.insert(args.begin(), "bgp-attr-census");
     args.push_back("--no-progress");
-    std::vector<const char*> argv;
-    for (const std::string& a : args)
-        argv.push_back(a.c_str());
-    std::FILE* captured = out ? nullptr : std::tmpfile();
-    std::FILE* err = std::tmpfile();
-    int status = censusMain(int(argv.size()), argv.data(), out ? out : captured, err);
-    return {status, captured ? slurp(captured) : std::string(), slurp(err)};
+    return runCensus(std::move(args), out);
 }
 
-// The report's JSON, parsed strictly: "a.b.c" -> number for every number in it (array elements
-// get their index as a path step), and every member's path.
-struct JsonCheck {
-    explicit JsonCheck(const std::string& s) : text(s) {}
-    bool parse() {
-        boost::system::error_code ec;
-        const boost::json::value v = boost::json::parse(text, ec);
-        if (!ec) walk(v, "");
-        return !ec;
-    }
-    void walk(const boost::json::value& v, const std::string& path) {
-        if (v.is_object()) {
-            for (const auto& m : v.get_object()) {
-                const std::string key(m.key()), p = path.empty() ? key : path + "." + key;
-                keys.insert(p);
-                walk(m.value(), p);
-            }
-        } else if (v.is_array()) {
-            for (size_t n = 0; n < v.get_array().size(); ++n)
-                walk(v.get_array()[n], path + "." + std::to_string(n));
-        } else if (v.is_number()) {
-            numbers[path] = v.to_number<double>();
-        }
-    }
-    const std::string& text;
-    std::map<std::string, double> numbers;
-    std::set<std::string> keys;
-};
+// The report's JSON, parsed strictly; num(j, "/a/b") is the number there (an exception when there
+// is none).
+boost::json::value readJson(const std::string& path) {
+    boost::system::error_code ec;
+    boost::json::value v = boost::json::parse(readText(path), ec);
+    EXPECT_FALSE(ec) << path << ": " << ec.message();
+    return v;
+}
 
-std::string readFileRawString(const std::string& path) {
-    Bytes b = readFileRaw(path);
-    return std::string(b.begin(), b.end());
+double num(const boost::json::value& j, const char* pointer) {
+    return j.at_pointer(pointer).to_number<double>();
 }
 
 } // namespace
@@ -98,14 +52,6 @@ TEST(CensusTool, OptionsAndUsageErrors) {
         EXPECT_EQ(o.status, 2) << bad[0];
         EXPECT_NE(o.err.find("usage: bgp-attr-census"), std::string::npos);
     }
-    std::string error;
-    const char* argv[] = {"x", "--synthetic", "5000,7", "--seed", "9", "--threads", "2"};
-    auto o = parseCensusArgs(7, argv, error);
-    ASSERT_TRUE(o) << error;
-    EXPECT_EQ(o->paths, 5000u);
-    EXPECT_EQ(o->peers, 7u);
-    EXPECT_EQ(o->seed, 9u);
-    EXPECT_EQ(o->threads, 2u);
 }
 
 TEST(CensusTool, SyntheticReportTextJsonAndSvg) {
@@ -114,8 +60,8 @@ TEST(CensusTool, SyntheticReportTextJsonAndSvg) {
     // preferences of the next-hop tables); the second must leave nothing behind.
     ASSERT_EQ(runTool({"--synthetic", "100,2"}).status, 0);
     const OrvTest::InternSnapshot before = OrvTest::InternSnapshot::take();
-    Outcome o = runTool({"--synthetic", "30000,6", "--seed", "3", "--json", tmp.path("r.json"),
-                         "--svg", tmp.path("r.svg")});
+    Outcome o = runTool({"--synthetic", "30000,6", "--seed", "3", "--threads", "2", "--json",
+                         tmp.path("r.json"), "--svg", tmp.path("r.svg")});
     ASSERT_EQ(o.status, 0) << o.err;
     // Everything the run interned left with it.
     EXPECT_EQ(OrvTest::InternSnapshot::differences(before, OrvTest::InternSnapshot::take()), "");
@@ -125,33 +71,31 @@ TEST(CensusTool, SyntheticReportTextJsonAndSvg) {
           "process resident"})
         EXPECT_NE(o.out.find(section), std::string::npos) << section;
 
-    const std::string text = readFileRawString(tmp.path("r.json"));
-    JsonCheck j(text);
-    ASSERT_TRUE(j.parse()) << text.substr(0, 400);
-    EXPECT_EQ(j.numbers["paths.installed"], 30000);
-    EXPECT_EQ(j.numbers["paths.routes"], 30000);
-    EXPECT_EQ(j.numbers["paths.peers"], 6);
-    EXPECT_EQ(j.numbers["synthetic.seed"], 3);
+    const boost::json::value j = readJson(tmp.path("r.json"));
+    EXPECT_EQ(num(j, "/paths/installed"), 30000);
+    EXPECT_EQ(num(j, "/paths/routes"), 30000);
+    EXPECT_EQ(num(j, "/paths/peers"), 6);
+    EXPECT_EQ(num(j, "/synthetic/seed"), 3);
+    EXPECT_EQ(num(j, "/threads"), 2);
     // The tiers add up to the routes, and the components to the library figure plus outbound.
-    double routes = 0, sets = 0;
-    for (int t = 0; t < 5; ++t) {
-        routes += j.numbers["inbound.tiers." + std::to_string(t) + ".routes"];
-        sets += j.numbers["inbound.tiers." + std::to_string(t) + ".sets"];
+    double routes = 0, sets = 0, components = 0;
+    for (const boost::json::value& t : j.at_pointer("/inbound/tiers").as_array()) {
+        routes += num(t, "/routes");
+        sets += num(t, "/sets");
     }
     EXPECT_EQ(routes, 30000);
-    EXPECT_EQ(sets, j.numbers["inbound.distinctSets"]);
+    EXPECT_EQ(sets, num(j, "/inbound/distinctSets"));
     EXPECT_GT(sets, 1000);
-    double components = 0;
-    for (int c = 0; c < 8; ++c)
-        components += j.numbers["memory.components." + std::to_string(c) + ".bytes"];
-    EXPECT_EQ(components, j.numbers["memory.libraryBytes"] + j.numbers["memory.outboundBytes"]);
-    EXPECT_GT(j.numbers["memory.libraryBytes"], 0);
-    EXPECT_GT(j.numbers["memory.residentBytes"], j.numbers["memory.libraryBytes"]);
-    for (const char* key : {"roundTrip.mismatched", "errors.malformedRecords", "time.seconds",
-                            "memory.ribBytes", "outbound.distinctSets"})
-        EXPECT_TRUE(j.keys.count(key)) << key;
+    for (const boost::json::value& c : j.at_pointer("/memory/components").as_array())
+        components += num(c, "/bytes");
+    EXPECT_EQ(components, num(j, "/memory/libraryBytes") + num(j, "/memory/outboundBytes"));
+    EXPECT_GT(num(j, "/memory/libraryBytes"), 0);
+    EXPECT_GT(num(j, "/memory/residentBytes"), num(j, "/memory/libraryBytes"));
+    for (const char* key : {"/roundTrip/mismatched", "/errors/malformedRecords", "/time/seconds",
+                            "/memory/ribBytes", "/outbound/distinctSets"})
+        EXPECT_NO_THROW(j.at_pointer(key)) << key;
 
-    const std::string svg = readFileRawString(tmp.path("r.svg"));
+    const std::string svg = readText(tmp.path("r.svg"));
     EXPECT_EQ(svg.rfind("<svg ", 0), 0u);
     EXPECT_NE(svg.find("Memory by component"), std::string::npos);
     EXPECT_NE(svg.find("Sharing per tier"), std::string::npos);
@@ -165,9 +109,8 @@ TEST(CensusTool, UnreadableInputEndsNonZeroKeepingWhatCameBefore) {
     EXPECT_NE(missing.err.find(tmp.path("nope.mrt")), std::string::npos) << missing.err;
 
     // A copy cut inside its last record: the records before it are all in the report.
-    Bytes edge = readFileRaw(testData("edge_cases.mrt"));
     std::vector<size_t> ends;
-    Bytes whole = firstRecords(testData("edge_cases.mrt"), edge.size(), &ends);
+    const Bytes whole = firstRecords(testData("edge_cases.mrt"), SIZE_MAX, &ends);
     ASSERT_GE(ends.size(), 3u);
     const std::string cut = tmp.path("cut.mrt");
     writeFile(cut, Bytes(whole.begin(), whole.begin() + long(ends[ends.size() - 2] + 5)));
@@ -176,11 +119,9 @@ TEST(CensusTool, UnreadableInputEndsNonZeroKeepingWhatCameBefore) {
     EXPECT_NE(o.err.find(cut + ": byte " + std::to_string(ends[ends.size() - 2])),
               std::string::npos)
         << o.err;
-    const std::string json = readFileRawString(tmp.path("cut.json"));
-    JsonCheck j(json);
-    ASSERT_TRUE(j.parse());
-    EXPECT_EQ(j.numbers["paths.records"], double(ends.size() - 1));
-    EXPECT_EQ(j.numbers["errors.unreadableFiles"], 1);
+    const boost::json::value j = readJson(tmp.path("cut.json"));
+    EXPECT_EQ(num(j, "/paths/records"), double(ends.size() - 1));
+    EXPECT_EQ(num(j, "/errors/unreadableFiles"), 1);
     EXPECT_NE(o.out.find("READ ERROR"), std::string::npos);
 }
 
@@ -207,48 +148,27 @@ TEST(CensusTool, UnwritableOutputEndsNonZeroSayingWhatFailed) {
     }
 }
 
-TEST(CensusToolConcurrent, TwoThreadsHoldTheSameRoutesAndSets) {
-    TempDir tmp;
-    std::string input = testData("edge_cases.mrt");
-    if (std::string p = sharedMrt("updates.20160811.1600.gz"); !p.empty()) {
-        input = tmp.path("part.mrt");
-        writeFile(input, firstRecords(p, 600 * 1024));
-    }
-    auto figures = [&](unsigned threads) {
-        CensusRun run(RunOptions{threads, true, nullptr});
-        EXPECT_TRUE(run.readFile(input).ok);
-        Report r = Report::gather(run);
-        return std::vector<uint64_t>{
-            r.routes,           r.inSets,      r.outSets,         r.ingest.announced,
-            r.ingest.withdrawn, r.rib.removed, r.roundTrip.paths, r.roundTrip.mismatched()};
-    };
-    std::vector<uint64_t> one = figures(1), two = figures(2);
-    EXPECT_EQ(one, two);
-    EXPECT_GT(one[0], 0u);
-}
-
 // Several files in one run (one pipeline, caches kept from file to file) against the same files
-// read one call each: per file the same counts, outcome and bytes, and the same RIB at the end.
-// The split falls after the PEER_INDEX_TABLE, so the second part's RIB entries must not see it;
-// a cut file in the middle fails alone.
+// read one call each, on one thread and on two: per file the same counts, outcome and bytes, and
+// the same RIB at the end. The split falls after the PEER_INDEX_TABLE, so the second part's RIB
+// entries must not see it; a cut file in the middle fails alone. The first records of a real
+// update dump, when there, give the threads enough to disagree on.
 TEST(CensusToolConcurrent, FilesInOneRunAreTheFilesReadOneByOne) {
     TempDir tmp;
     const std::string edge = testData("edge_cases.mrt");
     std::vector<size_t> ends;
     const Bytes all = firstRecords(edge, 1 << 20, &ends);
     const size_t half = ends[ends.size() / 2 + 4];
-    const std::vector<std::string> files = {tmp.path("a.mrt"), tmp.path("cut.mrt"),
-                                            tmp.path("b.mrt"), tmp.path("a-again.mrt")};
+    std::vector<std::string> files = {tmp.path("a.mrt"), tmp.path("cut.mrt"), tmp.path("b.mrt"),
+                                      tmp.path("a-again.mrt")};
     writeFile(files[0], Bytes(all.begin(), all.begin() + long(half)));
     writeFile(files[1], Bytes(all.begin(), all.begin() + long(ends[2] + 7)));
     writeFile(files[2], Bytes(all.begin() + long(half), all.end()));
     writeFile(files[3], Bytes(all.begin(), all.begin() + long(half)));
-    auto perFile = [](const FileOutcome& f) {
-        const DecodeCounts& c = f.counts;
-        return std::vector<uint64_t>{
-            f.ok,          f.bytes,        c.records,          c.ribEntries,   c.announcements,
-            c.withdrawals, c.stateChanges, c.malformedRecords, c.unusablePaths};
-    };
+    if (std::string p = sharedMrt("updates.20160811.1600.gz"); !p.empty()) {
+        files.push_back(tmp.path("part.mrt"));
+        writeFile(files.back(), firstRecords(p, 600 * 1024));
+    }
     auto figures = [&](unsigned threads, bool oneCall) {
         CensusRun run(RunOptions{threads, true, nullptr});
         if (oneCall)
@@ -257,18 +177,22 @@ TEST(CensusToolConcurrent, FilesInOneRunAreTheFilesReadOneByOne) {
             for (const std::string& f : files)
                 run.readFile(f);
         Report r = Report::gather(run);
-        std::vector<uint64_t> out{r.routes,           r.inSets,      r.outSets,
-                                  r.ingest.announced, r.rib.removed, r.roundTrip.paths};
+        std::vector<uint64_t> out{
+            r.routes,           r.inSets,      r.outSets,         r.ingest.announced,
+            r.ingest.withdrawn, r.rib.removed, r.roundTrip.paths, r.roundTrip.mismatched()};
         for (const FileOutcome& f : run.files()) {
-            auto v = perFile(f);
-            out.insert(out.end(), v.begin(), v.end());
+            const DecodeCounts& c = f.counts;
+            out.insert(out.end(),
+                       {f.ok, f.bytes, c.records, c.ribEntries, c.announcements, c.withdrawals,
+                        c.stateChanges, c.malformedRecords, c.unusablePaths});
         }
         return out;
     };
     const std::vector<uint64_t> byOne = figures(1, false);
     EXPECT_EQ(figures(1, true), byOne);
     EXPECT_EQ(figures(2, true), byOne);
-    EXPECT_EQ(byOne[6 + 9], 0u) << "the cut file reads as failed";
+    EXPECT_GT(byOne[0], 0u);
+    EXPECT_EQ(byOne[8 + 9], 0u) << "the cut file reads as failed";
 }
 
 TEST(CensusToolConcurrent, SyntheticTableOnTwoThreadsIsTheOneOfOneThread) {

@@ -77,15 +77,19 @@ TEST(InputFile, DamageIsAnErrorNamingFileAndOffsetAfterTheGoodBytes) {
     Bytes badCrc = gz;
     badCrc[gz.size() - 6] ^= 0x01; // the CRC-32 in the trailer
     // Corrupt data can only be caught where the format checks it (a member's CRC at its end), so
-    // for those the bytes before the error are not checked.
+    // for those the bytes before the error are not checked. Read in small chunks and in one call
+    // for all of it: whatever decoded before the error comes out first, then the error, again on
+    // every later read.
     struct Case {
         const char* name;
         Bytes file;
         const char* message;
         bool goodPrefix;
+        size_t atLeast = 0; // bytes out before the error
     } cases[] = {
-        {"gz-cut", Bytes(gz.begin(), gz.begin() + long(gz.size() / 2)), "cut short", true},
-        {"gz-cut-in-trailer", Bytes(gz.begin(), gz.end() - 3), "cut short", true},
+        {"gz-cut", Bytes(gz.begin(), gz.begin() + long(gz.size() / 2)), "cut short", true,
+         data.size() / 4},
+        {"gz-cut-in-trailer", Bytes(gz.begin(), gz.end() - 3), "cut short", true, data.size()},
         {"gz-flipped", flippedGz, "corrupt gzip data", false},
         {"gz-bad-crc", badCrc, "corrupt gzip data", true},
         {"gz-trailing", cat({gz, Bytes{'x', 'y', 'z'}}), "trailing bytes after gzip data", true},
@@ -93,41 +97,31 @@ TEST(InputFile, DamageIsAnErrorNamingFileAndOffsetAfterTheGoodBytes) {
         {"bz2-trailing", cat({bz, Bytes{0, 0, 0}}), "trailing bytes after bzip2 data", true},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
         const std::string path = tmp.path(c.name);
         writeFile(path, c.file);
-        auto in = InputFile::open(path);
-        Bytes got;
-        uint8_t buf[5000];
-        try {
-            while (size_t n = in->read(buf, sizeof buf))
-                got.insert(got.end(), buf, buf + n);
-            ADD_FAILURE() << "no error";
-        } catch (const ReadError& e) {
-            EXPECT_EQ(e.file(), path);
-            EXPECT_NE(std::string(e.what()).find(path + ": byte "), std::string::npos) << e.what();
-            EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
-            EXPECT_EQ(e.offset(), in->offset());
-        }
-        ASSERT_LE(got.size(), data.size());
-        if (c.goodPrefix) {
-            EXPECT_TRUE(std::equal(got.begin(), got.end(), data.begin()));
+        for (size_t chunk : {size_t(5000), data.size()}) {
+            SCOPED_TRACE(std::string(c.name) + ", chunk " + std::to_string(chunk));
+            auto in = InputFile::open(path);
+            Bytes got, buf(chunk);
+            try {
+                while (size_t n = in->read(buf.data(), buf.size()))
+                    got.insert(got.end(), buf.begin(), buf.begin() + long(n));
+                ADD_FAILURE() << "no error";
+            } catch (const ReadError& e) {
+                EXPECT_EQ(e.file(), path);
+                EXPECT_NE(std::string(e.what()).find(path + ": byte "), std::string::npos)
+                    << e.what();
+                EXPECT_NE(std::string(e.what()).find(c.message), std::string::npos) << e.what();
+                EXPECT_EQ(e.offset(), in->offset());
+            }
+            EXPECT_THROW(in->read(buf.data(), buf.size()), ReadError);
+            ASSERT_LE(got.size(), data.size());
+            EXPECT_GE(got.size(), c.atLeast);
+            if (c.goodPrefix) {
+                EXPECT_TRUE(std::equal(got.begin(), got.end(), data.begin()));
+            }
         }
     }
-}
-
-TEST(InputFile, BytesBeforeAnErrorComeOutBeforeIt) {
-    TempDir tmp;
-    const Bytes data = sampleData(300 * 1000, 4);
-    const Bytes gz = gzipBytes(data);
-    writeFile(tmp.path("cut.gz"), Bytes(gz.begin(), gz.begin() + long(gz.size() / 2)));
-    auto in = InputFile::open(tmp.path("cut.gz"));
-    Bytes buf(data.size());
-    const size_t n = in->read(buf.data(), buf.size());
-    EXPECT_GT(n, data.size() / 4);
-    EXPECT_TRUE(std::equal(buf.begin(), buf.begin() + long(n), data.begin()));
-    EXPECT_THROW(in->read(buf.data(), buf.size()), ReadError);
-    EXPECT_THROW(in->read(buf.data(), buf.size()), ReadError);
 }
 
 TEST(InputFile, MissingFileIsAnErrorNamingIt) {

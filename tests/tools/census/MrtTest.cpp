@@ -58,22 +58,16 @@ TEST(MrtReader, RecordsComeOutWholeWhateverTheBufferSize) {
     const auto expect = readAll(path, MrtReader::kDefaultBufferSize);
     ASSERT_EQ(expect.size(), 300u);
     EXPECT_EQ(expect[1].offset, 12 + expect[0].body.size() + (expect[0].type == 17 ? 4 : 0));
+    size_t past64k = 0;
     for (const Seen& s : expect) {
+        past64k += s.body.size() > 65536;
         if (s.type == 17) {
             EXPECT_EQ(s.usec, s.ts * 7);
         }
     }
+    EXPECT_GT(past64k, 0u); // records across a 64 KiB boundary, whatever the buffer
     for (size_t size : {size_t(1), size_t(100), size_t(65536), size_t(70001)})
         EXPECT_EQ(readAll(path, size), expect) << "buffer " << size;
-}
-
-TEST(MrtReader, RecordsAcrossA64KiBBoundaryInARealDump) {
-    CENSUS_NEED_SHARED(path, "bview.64k_stream_overflow.gz");
-    const auto expect = readAll(path, MrtReader::kDefaultBufferSize);
-    ASSERT_EQ(expect.size(), 2u); // the peer index table and one RIB record of 69700 bytes
-    EXPECT_EQ(expect[1].body.size(), 69700u);
-    EXPECT_EQ(readAll(path, 65536), expect);
-    EXPECT_EQ(readAll(path, 4096), expect);
 }
 
 TEST(MrtReader, CutRecordsAreErrorsAfterTheWholeOnes) {

@@ -8,9 +8,7 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <array>
-#include <filesystem>
 #include <set>
 #include <string>
 #include <unordered_map>
@@ -22,26 +20,6 @@ using namespace Routing::Bgp;
 using Census::DecodedAttributes;
 using Census::DecodedPath;
 
-std::string mrtDir() {
-    return (std::filesystem::path(ORV_SHARED_DIR) / "data" / "mrt").string();
-}
-
-// Every MRT file of the shared data (the bgpdump text outputs beside them left out).
-std::vector<std::string> mrtFiles() {
-    std::vector<std::string> out;
-    std::error_code ec;
-    for (const auto& e : std::filesystem::directory_iterator(mrtDir(), ec))
-        if (e.is_regular_file() &&
-            e.path().filename().string().find(".bgpdump-m.") == std::string::npos)
-            out.push_back(e.path().string());
-    std::sort(out.begin(), out.end());
-    return out;
-}
-
-#define NEED_MRT_DIR()                                                                             \
-    if (mrtFiles().empty())                                                                        \
-        GTEST_SKIP() << "no MRT dumps under " << mrtDir() << " (../shared is absent)";
-
 struct RoundTripRun : Census::MrtHandler {
     Census::ContentsBuilder builder;
     Census::RoundTrip roundTrip;
@@ -52,9 +30,10 @@ struct RoundTripRun : Census::MrtHandler {
 };
 
 TEST(CensusRealData, EveryDumpRoundTripsWithEveryDifferenceExplained) {
-    NEED_MRT_DIR();
+    const std::vector<std::string> files = census_test::sharedMrtFiles();
+    if (files.empty()) GTEST_SKIP() << "no MRT dumps under " ORV_SHARED_DIR "/data/mrt";
     Census::RoundTripCounts total;
-    for (const std::string& file : mrtFiles()) {
+    for (const std::string& file : files) {
         SCOPED_TRACE(file);
         RoundTripRun run;
         Census::FileResult r = Census::readMrtFile(file, run);
@@ -95,43 +74,22 @@ std::string independentKey(const DecodedPath& p, bool outbound) {
         // attributes are in the folded path and aggregator.
         if (!a.has(t) || t == 3 || t == 14 || t == 15 || t == 17 || t == 18) continue;
         k.push_back(char(t));
-        switch (t) {
-        case 1:
-            k.push_back(char(a.origin));
-            break;
-        case 2:
+        if (t == 2) {
             for (const auto& seg : a.effectiveAsPath().segments) {
                 k.push_back(char(seg.type));
                 for (uint32_t as : a.effectiveAsPath().asnsOf(seg))
                     putU32(k, as);
                 k.push_back(';');
             }
-            break;
-        case 4:
-            putU32(k, a.med);
-            break;
-        case 5:
-            putU32(k, a.localPref);
-            break;
-        case 7:
+        } else if (t == 7) {
             putU32(k, a.effectiveAggregator().as);
             putU32(k, a.effectiveAggregator().address);
-            break;
-        case 9:
-            putU32(k, a.originatorId);
-            break;
-        case 8:
-        case 10:
-        case 16:
-        case 25:
-        case 26:
-        case 32:
+        } else {
+            // A well-formed value's bytes say what its decoded value says; the unknown and the
+            // rarer attributes are kept with their flags.
+            static const std::set<uint8_t> valueOnly = {1, 4, 5, 8, 9, 10, 16, 25, 26, 32};
+            if (!valueOnly.count(t)) k.push_back(char(attr.flags));
             putBytes(k, attr.value);
-            break;
-        default:
-            k.push_back(char(attr.flags)); // unknown attributes are kept with their flags
-            putBytes(k, attr.value);
-            break;
         }
     }
     if (outbound) return k;

@@ -1,5 +1,5 @@
 // The census RIB: announcements replace, withdrawals release, routes are keyed by peer, masked
-// prefix, path id and SAFI, and every set leaves its table once the RIB lets go of it.
+// prefix, path id and SAFI. That a cleared RIB leaves no set behind is InternLeaks' to check.
 #include "census/Rib.h"
 #include "census/Ingest.h"
 
@@ -7,11 +7,9 @@
 #include "OrvBgp/BgpPathAttributes.h"
 #include "OrvBgp/RibOutBgpPathAttributes.h"
 #include "Routing/CommList.h"
-#include "reliability/InternSnapshot.h"
 
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <vector>
 
 using namespace Census;
@@ -113,28 +111,6 @@ TEST(CensusRib, RoutesAreKeyedByPeerMaskedPrefixPathIdAndSafi) {
     EXPECT_TRUE(in.rib().withdraw(1, v6(0x12, 0x34, 32), kSafiUnicast));
     EXPECT_EQ(in.rib().size(), 8u);
     EXPECT_GE(in.rib().memoryBytes(), 8u * 20u);
-}
-
-TEST(CensusRib, ClearedRibLeavesNoObjectBehind) {
-    using OrvTest::InternSnapshot;
-    const InternSnapshot before = InternSnapshot::take();
-    {
-        Ingest in;
-        for (uint32_t i = 0; i < 500; ++i) {
-            InternedSets s = in.intern(contents(1000 + i % 50, i % 3 == 0));
-            in.announce(uint16_t(i % 7), v4(0x0b000000u + (i << 8), 24), kSafiUnicast, s);
-            if (i % 5 == 0) in.withdraw(uint16_t(i % 7), v4(0x0b000000u + (i << 8), 24), 1);
-        }
-        EXPECT_EQ(in.rib().size(), 400u);
-        const InternSnapshot during = InternSnapshot::take();
-        EXPECT_GT(during.liveObjects, before.liveObjects);
-        EXPECT_GT(during.tableSize("PathAttributesDedupTable"),
-                  before.tableSize("PathAttributesDedupTable"));
-        in.clear();
-        EXPECT_EQ(in.rib().size(), 0u);
-        EXPECT_EQ(InternSnapshot::differences(before, InternSnapshot::take()), "");
-    }
-    EXPECT_EQ(InternSnapshot::differences(before, InternSnapshot::take()), "");
 }
 
 // Slot arrays come from the heap, from a populated mapping (64 KiB on) or from huge pages (a

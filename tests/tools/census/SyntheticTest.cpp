@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <set>
 #include <thread>
 
@@ -17,21 +16,13 @@ using namespace Routing::Bgp;
 
 namespace {
 
-std::string hex(std::span<const uint8_t> b) {
-    static const char d[] = "0123456789abcdef";
-    std::string s;
-    for (uint8_t x : b)
-        s += d[x >> 4], s += d[x & 15];
-    return s;
-}
-
 // A text line per path: peer, prefix and the set's printed contents.
 std::vector<std::string> peerLines(const SyntheticTable& t, uint32_t peer) {
     std::vector<std::string> out;
     t.generatePeer(peer, [&](uint16_t p, const Prefix& prefix, const PathAttributesContents& c) {
         out.push_back(std::to_string(p) + " " + prefix.toString() + " " + valueToStrep(c) + " " +
-                      (c.aspathAttr() ? hex(c.aspathAttr()->storedBytes()) : "") + " " +
-                      (c.commList() ? c.commList()->toStrep() : ""));
+                      (c.aspathAttr() ? Mel::Bytes(c.aspathAttr()->storedBytes()).toHex() : "") +
+                      " " + (c.commList() ? c.commList()->toStrep() : ""));
     });
     return out;
 }
