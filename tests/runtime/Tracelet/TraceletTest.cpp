@@ -101,16 +101,6 @@ TEST_F(TraceletHandle, EnvironmentSkipsMalformedEntries) {
         unsetenv("ORV_TRACE");
 }
 
-TEST_F(TraceletHandle, DefaultSinkWritesNamedLineToStderr) {
-    Tracelet::orvBgp().levelIs(5);
-    ::testing::internal::CaptureStderr();
-    TRACE_AT(Tracelet::orvBgp(), 5,
-             "Serializing: "
-                 << "X::serialize()");
-    TRACE_AT(Tracelet::handle("TraceletTestA"), 0, "not on");
-    EXPECT_EQ(::testing::internal::GetCapturedStderr(), "OrvBgp:5 Serializing: X::serialize()\n");
-}
-
 TEST_F(TraceletHandle, ScopedSinksNest) {
     Tracelet::orvBgp().levelIs(1);
     std::vector<std::string> inner;
@@ -143,8 +133,8 @@ TEST_F(TraceletDeathTest, LevelOutOfRange) {
                  "Tracelet/Tracelet: .*Assertion `level >= off && level <= maxLevel' failed\\.");
 }
 
-// Lines from many threads arrive whole, on stderr and through a sink, while another thread
-// switches the handle on and off.
+// Lines from many threads arrive whole, on stderr (the default sink: "name:level message") and
+// through a sink, while another thread switches the handle on and off.
 TEST_F(TraceletConcurrent, LinesStayWhole) {
     constexpr int threads = 4, perThread = 2000;
     const std::string payload(100, 'x');
