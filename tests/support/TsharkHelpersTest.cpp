@@ -2,6 +2,7 @@
 // (its clean decodes are what every test of reliability/TsharkEncodersTest.cpp compares).
 #include "support/TsharkHelpers.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -45,12 +46,8 @@ TEST(TsharkHelpers, WireVectorFileErrorsNameFileAndLine) {
         std::ofstream out(path);
         out << "# comment\n\nempty\na 01\nb 0x\n";
     }
-    try {
-        readWireVectors(path);
-        ADD_FAILURE() << "a bad digit must be reported";
-    } catch (const std::runtime_error& e) {
-        EXPECT_NE(std::string(e.what()).find(path + ":5:"), std::string::npos) << e.what();
-    }
+    EXPECT_THAT([&] { readWireVectors(path); },
+                ::testing::ThrowsMessage<std::runtime_error>(::testing::HasSubstr(path + ":5:")));
     EXPECT_THROW(readWireVectors(path + ".absent"), std::runtime_error);
 }
 

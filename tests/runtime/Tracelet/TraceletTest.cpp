@@ -73,12 +73,9 @@ TEST_F(TraceletHandle, ConfigureByNameWildcardAndLaterHandles) {
 TEST_F(TraceletHandle, BadConfigurationThrowsAndChangesNothing) {
     Tracelet::configure("OrvBgp:3");
     for (const char* settings : {"OrvBgp:10", "OrvBgp:x", ":3", "OrvBgp:", "OrvBgp:-1"}) {
-        try {
-            Tracelet::configure(std::string("Census:1,") + settings);
-            ADD_FAILURE() << "accepted " << settings;
-        } catch (const Mel::ParseException& e) {
-            EXPECT_THAT(e.what(), ::testing::HasSubstr(std::string("'") + settings + "'"));
-        }
+        EXPECT_THAT([&] { Tracelet::configure(std::string("Census:1,") + settings); },
+                    ::testing::ThrowsMessage<Mel::ParseException>(
+                        ::testing::HasSubstr(std::string("'") + settings + "'")));
         EXPECT_EQ(Tracelet::orvBgp().level(), 3);
     }
 }
