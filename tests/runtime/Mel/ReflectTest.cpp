@@ -380,18 +380,11 @@ TEST(ReflectParse, ErrorsNameOffsetAndExpectation) {
 }
 
 TEST(ReflectFields, GetAndSetByName) {
+    // Each kind's text is checked whole above; here, one field read and set alone.
     Kinds k = sampleKinds();
-    EXPECT_EQ(Mel::fieldGet(k, "text"), R"('it\'s \\ ok')");
-    EXPECT_EQ(Mel::fieldGet(k, "maybeRange"),
-              "Value('Routing::Bgp::SrgbRange', ** {'base': 3, 'range': 4})");
     EXPECT_EQ(Mel::fieldGet(k, "maybe"), "None");
-
-    Mel::fieldSet(k, "list", "[]");
-    Mel::fieldSet(k, "color", "'green'");
     Mel::fieldSet(k, "range", "Value('Routing::Bgp::SrgbRange', ** {'range': 9})");
     Mel::fieldSet(k, "maybe", " 7 ");
-    EXPECT_TRUE(k.list_.empty());
-    EXPECT_EQ(k.color_, Color::green);
     EXPECT_EQ(k.range_, (SrgbRange{0, 9}));
     EXPECT_EQ(k.maybe_, 7u);
 
