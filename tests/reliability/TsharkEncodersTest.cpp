@@ -40,21 +40,15 @@ using OrvTest::wire;
 
 // ---- Reading tshark's decode back ---------------------------------------------------------------
 
-// One top-level attribute as tshark framed it, and the fields beneath it.
-struct DecodedAttr {
+// One top-level attribute as tshark framed it: the whole frame, and the fields beneath the
+// attribute.
+struct DecodedAttr : OrvTest::TsharkDecode {
     unsigned flags = 0;
     unsigned type = 0;
     unsigned length = 0;
     Wire covered; // the frame bytes tshark's attribute item spans
-    std::vector<TsharkField> fields;
-    Wire frame;
 
-    Strings values(const std::string& name) const {
-        Strings out;
-        for (const TsharkField& f : fields)
-            if (f.name == name) out.push_back(f.show);
-        return out;
-    }
+    Strings values(const std::string& name) const { return fieldValues(name); }
     // The frame bytes each field called `name` spans, as hex: what tshark read, whatever it
     // made of it.
     Strings spanned(const std::string& name) const {
@@ -281,9 +275,7 @@ TEST(TsharkEncoders, OriginatorIdAndClusterList) {
         Strings ids;
         for (uint32_t i = 0; i < n; ++i) {
             c.clusterIdEnq(ip(0x0a000000 + i * 257));
-            char hex[9];
-            std::snprintf(hex, sizeof hex, "%08x", 0x0a000000 + i * 257);
-            ids.push_back(hex);
+            ids.push_back(Mel::Bytes(ip(0x0a000000 + i * 257).data(), 4).toHex());
         }
         AttrSetStringStore store;
         ClusterListDedupTable::instance().findOrCreate(c)->serialize(store);
