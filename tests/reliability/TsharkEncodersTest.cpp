@@ -356,7 +356,7 @@ TEST(TsharkEncoders, AggregatorAndAs4Aggregator) {
 
 TEST(TsharkEncoders, BgpLsAttribute) {
     NEED_TSHARK();
-    // Node name TLV (1026) "rtr1", then an empty value and one over 255 bytes.
+    // Node name TLV (1026) "rtr1", then a node name over 255 bytes.
     auto ls = LinkStateAttrBase::intern(OrvTest::bytesFromHex("04 02 00 04 72 74 72 31"));
     auto d = decodeOne(wire(ls->serialize()));
     EXPECT_EQ(d.value("bgp.ls.type"), "1026");
