@@ -1,8 +1,8 @@
 // Objects of every interned type of the library, for the reliability tests (tshark decoding,
 // leaks).
-//   OrvTest::SetParts parts;  auto set = OrvTest::fullSet(parts, 3);   // every attribute a set
-//   writes { OrvTest::EveryInterned all; all.exercise(); }                      // one or more of
-//   each type
+//   OrvTest::SetParts parts;
+//   auto set = OrvTest::fullSet(parts, 3);               // every attribute a set writes
+//   { OrvTest::EveryInterned all; all.exercise(); }   // one or more of each type
 #pragma once
 
 #include "AsPath/AspathAttrCanonical.h"
@@ -102,23 +102,23 @@ struct EveryInterned {
         attrSet = attributeSetFactory(Orvnet::AutonomousSystem(65001), full);
         // One set of each smaller tier.
         PathAttributesContents base;
+        auto add = [&] {
+            sets.push_back(
+                PathAttributesFactory(base).dedupContent(&PathAttributesDedupTable::instance()));
+        };
         base.aspathAttrIs(aspath("(65010) 100 [7 8]"));
         base.nextHopIs(parts.nh.nexthop(addr("192.0.2.45")));
-        sets.push_back(
-            PathAttributesFactory(base).dedupContent(&PathAttributesDedupTable::instance()));
+        add();
         base.commListIs(Routing::CommList::intern({1u, 2u}));
-        sets.push_back(
-            PathAttributesFactory(base).dedupContent(&PathAttributesDedupTable::instance()));
+        add();
         base.extCommListIs(Routing::ExtCommList::intern({3ULL}));
-        sets.push_back(
-            PathAttributesFactory(base).dedupContent(&PathAttributesDedupTable::instance()));
+        add();
         base.llNextHopIs(nh6.nexthop(addr("fe80::1")));
         base.extCommIp6ListIs(Routing::ExtCommIp6List::intern({Routing::ExtCommIp6{0, 2}}));
         base.linkStateIs(
             Routing::Bgp::LinkStateAttrBase::intern(bytesFromHex("04 02 00 04 72 74 72 31")));
         base.customerAttributeSetIs(attrSet);
-        sets.push_back(
-            PathAttributesFactory(base).dedupContent(&PathAttributesDedupTable::instance()));
+        add();
 
         pmsi = {pmsiTunnelGeneralFactory(P::Flags(1), P::tunnelTypeRsvpTeP2mpLsp, 5,
                                          pmsiTunnelIdentifierFactory(bytesFromHex("0a000001"))),

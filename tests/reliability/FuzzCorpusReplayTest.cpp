@@ -4,6 +4,7 @@
 #include "fuzz/MrtRecords.h"
 #include "fuzz/StringForms.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -57,43 +58,30 @@ size_t replay(const std::string& target, OrvFuzz::Target run) {
 
 } // namespace
 
-TEST(FuzzCorpusReplay, MrtRecords) {
-    EXPECT_GT(replay("MrtRecords", OrvFuzz::mrtRecords), 0u) << "no seeds under " << fuzzDir();
-}
-
-TEST(FuzzCorpusReplay, AttributeRoundTrip) {
-    EXPECT_GT(replay("AttributeRoundTrip", OrvFuzz::attributeRoundTrip), 0u)
-        << "no seeds under " << fuzzDir();
-}
-
-TEST(FuzzCorpusReplay, StringForms) {
-    EXPECT_GT(replay("StringForms", OrvFuzz::stringForms), 0u) << "no seeds under " << fuzzDir();
+TEST(FuzzCorpusReplay, EveryTarget) {
+    for (auto [target, run] :
+         {std::pair<const char*, OrvFuzz::Target>{"MrtRecords", OrvFuzz::mrtRecords},
+          {"AttributeRoundTrip", OrvFuzz::attributeRoundTrip},
+          {"StringForms", OrvFuzz::stringForms}})
+        EXPECT_GT(replay(target, run), 0u) << "no seeds under " << fuzzDir() << " for " << target;
 }
 
 // The checks themselves must bite: a failed property and an object left behind are reported.
 TEST(FuzzCorpusReplay, FailedChecksAndLeftObjectsAreReported) {
+    using ::testing::HasSubstr;
+    using ::testing::ThrowsMessage;
     const std::vector<uint8_t> two{1, 2};
     auto failing = [](std::span<const uint8_t> in) {
         ORV_FUZZ_CHECK(in.size() == 1, "size " + std::to_string(in.size()));
     };
-    try {
-        OrvFuzz::runChecked(failing, two);
-        ADD_FAILURE() << "no CheckFailure";
-    } catch (const OrvFuzz::CheckFailure& e) {
-        EXPECT_NE(std::string(e.what()).find("check failed: in.size() == 1: size 2"),
-                  std::string::npos)
-            << e.what();
-    }
+    EXPECT_THAT(
+        [&] { OrvFuzz::runChecked(failing, two); },
+        ThrowsMessage<OrvFuzz::CheckFailure>(HasSubstr("check failed: in.size() == 1: size 2")));
     static Mel::PtrConst<Routing::Bgp::AccumulatedIgpMetric> kept;
     auto leaking = [](std::span<const uint8_t>) {
         kept = Routing::Bgp::accumulatedIgpMetricFactory(0x1eaced);
     };
-    try {
-        OrvFuzz::runChecked(leaking, two);
-        ADD_FAILURE() << "the kept object went unnoticed";
-    } catch (const OrvFuzz::CheckFailure& e) {
-        EXPECT_NE(std::string(e.what()).find("store objects before "), std::string::npos)
-            << e.what();
-    }
+    EXPECT_THAT([&] { OrvFuzz::runChecked(leaking, two); },
+                ThrowsMessage<OrvFuzz::CheckFailure>(HasSubstr("store objects before ")));
     kept = nullptr;
 }

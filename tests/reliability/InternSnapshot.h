@@ -29,40 +29,33 @@ struct InternSnapshot {
         return s;
     }
 
-    size_t tableSize(const std::string& name) const {
-        auto i = tables.find(name);
-        return i == tables.end() ? 0 : i->second;
-    }
+    size_t tableSize(const std::string& name) const { return countOf(tables, name); }
 
     // One line per table or class whose count changed, "" when none did.
     static std::string differences(const InternSnapshot& a, const InternSnapshot& b) {
         std::string out;
-        std::set<std::string> names;
-        for (const auto& [n, v] : a.tables)
-            names.insert(n);
-        for (const auto& [n, v] : b.tables)
-            names.insert(n);
-        for (const std::string& n : names)
-            if (a.tableSize(n) != b.tableSize(n))
-                out += "table " + n + ": " + std::to_string(a.tableSize(n)) + " -> " +
-                       std::to_string(b.tableSize(n)) + "\n";
-        std::set<std::string> classes;
-        for (const auto& [n, v] : a.objects)
-            classes.insert(n);
-        for (const auto& [n, v] : b.objects)
-            classes.insert(n);
-        auto count = [](const InternSnapshot& s, const std::string& n) {
-            auto i = s.objects.find(n);
-            return i == s.objects.end() ? int64_t(0) : i->second;
+        auto compare = [&](const auto& before, const auto& after, const std::string& kind,
+                           const char* what) {
+            std::set<std::string> names;
+            for (const auto* counts : {&before, &after})
+                for (const auto& [n, v] : *counts)
+                    names.insert(n);
+            for (const std::string& n : names)
+                if (countOf(before, n) != countOf(after, n))
+                    out += kind + n + ": " + std::to_string(countOf(before, n)) + " -> " +
+                           std::to_string(countOf(after, n)) + what + "\n";
         };
-        for (const std::string& n : classes)
-            if (count(a, n) != count(b, n))
-                out += "store " + n + ": " + std::to_string(count(a, n)) + " -> " +
-                       std::to_string(count(b, n)) + " live objects\n";
-        if (a.liveObjects != b.liveObjects)
-            out += "store blocks: " + std::to_string(a.liveObjects) + " -> " +
-                   std::to_string(b.liveObjects) + "\n";
+        compare(a.tables, b.tables, "table ", "");
+        compare(a.objects, b.objects, "store ", " live objects");
+        compare(std::map<std::string, int64_t>{{"blocks", a.liveObjects}},
+                std::map<std::string, int64_t>{{"blocks", b.liveObjects}}, "store ", "");
         return out;
+    }
+
+    template <class Map>
+    static typename Map::mapped_type countOf(const Map& m, const std::string& name) {
+        auto i = m.find(name);
+        return i == m.end() ? 0 : i->second;
     }
 };
 

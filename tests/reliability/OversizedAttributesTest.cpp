@@ -16,11 +16,6 @@ namespace {
 
 using namespace Routing::Bgp;
 
-// A path of `count` AS numbers, all 2-byte: as received from a 2-byte peer over extended messages.
-Mel::PtrConst<AspathAttrCanonical> longTwoBytePath(size_t count) {
-    return OrvTest::aspath(OrvTest::asRun(1, count));
-}
-
 TEST(OversizedAttributes, EveryWriterThrowsTheLengthItCannotWrite) {
     OrvTest::SetParts parts;
     // 16,384 standard communities, cluster ids or 4-byte AS numbers are 65,536 bytes.
@@ -35,8 +30,9 @@ TEST(OversizedAttributes, EveryWriterThrowsTheLengthItCannotWrite) {
         te.tunnelTlvIs(TunnelEncapTlvUnparsed::intern(
             TunnelEncapTlvUnparsedContent(t, 40000, Mel::Bytes(std::vector<uint8_t>(40000, 7)))));
     const auto tunnel = TunnelEncap::intern(te);
-    // 32,000 2-byte AS numbers are 64,250 bytes as received, 128,250 with 4-byte numbers.
-    const auto path = longTwoBytePath(32000);
+    // 32,000 2-byte AS numbers (as received from a 2-byte peer over extended messages) are 64,250
+    // bytes as received, 128,250 with 4-byte numbers.
+    const auto path = OrvTest::aspath(OrvTest::asRun(1, 32000));
     const auto set = OrvTest::fullSet(parts, uint32_t(n));
 
     struct Case {

@@ -2,6 +2,8 @@
 // into and releasing from the shared tables: every RIB must end as one RIB fed alone does (the
 // same routes on the same sets, the same counts, the same distinct sets), the threads' RIBs must
 // share their set objects, and clearing them must leave the tables and the store as before.
+// The census's whole path through the library runs here: decode, build, intern the inbound and
+// outbound sets, hold them in the RIB, write them back and compare with what arrived.
 #include "census/Run.h"
 #include "reliability/InternSnapshot.h"
 #include "reliability/RealDumpsHelpers.h"
@@ -91,15 +93,26 @@ TEST(RibStressConcurrent, ThreadsOnOverlappingRealPathsEndAsOneThreadDoes) {
     size_t setsAlone = 0, outSetsAlone = 0;
     {
         Tables t;
-        Census::MrtIngest w(t.nh4, t.nh6, false);
+        Census::MrtIngest w(t.nh4, t.nh6, true);
         for (const auto& s : slices)
             OrvTest::feed(s, w);
+        EXPECT_EQ(w.roundTrip().counts().mismatched(), 0u) << w.roundTrip().counts().toString();
         alone = Outcome::of(w);
         w.dropCaches();
         const auto during = OrvTest::InternSnapshot::take();
+        for (const char* table :
+             {"PathAttributesDedupTable", "RibOutPathAttributesDedupTable",
+              "AspathAttrCanonicalDedupTable", "AddressNexthopDedupTable", "AggregatorDedupTable",
+              "CommListDedupTable", "ExtCommListDedupTable"})
+            EXPECT_GT(during.tableSize(table), before.tableSize(table)) << table;
+        EXPECT_GT(t.nh4->internTable().size(), 0u);
+        EXPECT_GT(t.nh6->internTable().size(), 0u);
         setsAlone = during.tableSize("PathAttributesDedupTable");
         outSetsAlone = during.tableSize("RibOutPathAttributesDedupTable");
         w.clear();
+        // The sets held the next hops: with them gone, the tables (still alive) are empty.
+        EXPECT_EQ(t.nh4->internTable().size(), 0u);
+        EXPECT_EQ(t.nh6->internTable().size(), 0u);
     }
     ASSERT_GT(alone.counts[0], 1000u);
     EXPECT_EQ(OrvTest::InternSnapshot::differences(before, OrvTest::InternSnapshot::take()), "");

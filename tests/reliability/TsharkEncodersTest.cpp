@@ -16,6 +16,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <iterator>
@@ -39,21 +40,15 @@ using OrvTest::wire;
 
 // ---- Reading tshark's decode back ---------------------------------------------------------------
 
-// One top-level attribute as tshark framed it, and the fields beneath it.
-struct DecodedAttr {
+// One top-level attribute as tshark framed it: the whole frame, and the fields beneath the
+// attribute.
+struct DecodedAttr : OrvTest::TsharkDecode {
     unsigned flags = 0;
     unsigned type = 0;
     unsigned length = 0;
     Wire covered; // the frame bytes tshark's attribute item spans
-    std::vector<TsharkField> fields;
-    Wire frame;
 
-    Strings values(const std::string& name) const {
-        Strings out;
-        for (const TsharkField& f : fields)
-            if (f.name == name) out.push_back(f.show);
-        return out;
-    }
+    Strings values(const std::string& name) const { return fieldValues(name); }
     // The frame bytes each field called `name` spans, as hex: what tshark read, whatever it
     // made of it.
     Strings spanned(const std::string& name) const {
@@ -68,17 +63,18 @@ struct DecodedAttr {
         Strings v = values(name);
         return v.size() == 1 ? v[0] : "<" + std::to_string(v.size()) + " values of " + name + ">";
     }
-    // The AS path segments: type, then the AS numbers, as tshark shows them.
-    std::vector<std::pair<std::string, Strings>> segments() const {
-        std::vector<std::pair<std::string, Strings>> out;
+    // The AS path segments as tshark shows them, each its type then its numbers:
+    // "2[65001 100] 1[200 300]".
+    std::string segments() const {
+        std::string out;
         for (const TsharkField& f : fields) {
             if (f.name == "bgp.update.path_attribute.as_path_segment.type")
-                out.push_back({f.show, {}});
+                out += (out.empty() ? "" : "] ") + f.show + "[";
             else if (!out.empty() && (f.name == "bgp.update.path_attribute.as_path_segment.as2" ||
                                       f.name == "bgp.update.path_attribute.as_path_segment.as4"))
-                out.back().second.push_back(f.show);
+                out += (out.back() == '[' ? "" : " ") + f.show;
         }
-        return out;
+        return out.empty() ? out : out + "]";
     }
 };
 
@@ -191,6 +187,13 @@ Strings numbers(uint32_t first, uint32_t n) {
     return s;
 }
 
+// `lead`, then first .. first + n - 1, blank-separated.
+std::string numbers(uint32_t first, uint32_t n, std::string lead) {
+    for (const std::string& s : numbers(first, n))
+        lead += (lead.empty() ? "" : " ") + s;
+    return lead;
+}
+
 const Strings kAsn2{"bgp.asn_len:2"};
 const Strings kAsn4{"bgp.asn_len:4"};
 
@@ -204,76 +207,58 @@ AspathAttrCanonicalSerializeResult asPathFor(const char* path, uint8_t type, boo
                                                     Orvnet::AutonomousSystem(localAs), false);
 }
 
-using Segs = std::vector<std::pair<std::string, Strings>>;
-
-TEST(TsharkEncoders, AsPathAndAs4PathForTwoBytePeers) {
+TEST(TsharkEncoders, AsPathForEveryKindOfPeerAndAtItsBoundaries) {
     NEED_TSHARK();
-    // External peer: the local AS leads, the 4-byte numbers go out as AS_TRANS in AS_PATH and as
-    // themselves in AS4_PATH.
+    // External 2-byte peer: the local AS leads, the 4-byte numbers go out as AS_TRANS in AS_PATH
+    // and as themselves in AS4_PATH, both in one UPDATE.
     auto p2 = asPathFor("65536 100 {200 4200000000}", 2, false, 65001);
     auto p4 = asPathFor("65536 100 {200 4200000000}", 17, true, 65001);
     EXPECT_TRUE(p2.needAs4Path());
     auto both = decodeOurs({wire(p2.bytes()), wire(p4.bytes())}, kAsn2);
     ASSERT_EQ(both.size(), 2u);
-    EXPECT_EQ(both[0].segments(),
-              (Segs{{"2", {"65001", "23456", "100"}}, {"1", {"200", "23456"}}}));
-    EXPECT_EQ(both[1].segments(),
-              (Segs{{"2", {"65001", "65536", "100"}}, {"1", {"200", "4200000000"}}}));
+    EXPECT_EQ(both[0].segments(), "2[65001 23456 100] 1[200 23456]");
+    EXPECT_EQ(both[1].segments(), "2[65001 65536 100] 1[200 4200000000]");
 
-    // Confederation peer, path not led by a confederation sequence: the local AS in a new one;
-    // AS_TRANS in a confederation segment does not ask for AS4_PATH.
-    auto c = asPathFor("(70000) 100", 2, false, 65001, true);
-    EXPECT_FALSE(c.needAs4Path());
-    EXPECT_EQ(decodeOne(wire(c.bytes()), kAsn2).segments(),
-              (Segs{{"3", {"65001"}}, {"3", {"23456"}}, {"2", {"100"}}}));
-    EXPECT_EQ(
-        decodeOne(wire(asPathFor("[1 2] 3", 2, false, 0, false, true).bytes()), kAsn2).segments(),
-        (Segs{{"4", {"1", "2"}}, {"2", {"3"}}}));
-}
-
-TEST(TsharkEncoders, AsPathForFourBytePeers) {
-    NEED_TSHARK();
-    EXPECT_EQ(decodeOne(wire(asPathFor("65536 100 {200 4200000000}", 2, true, 4200000001u).bytes()),
-                        kAsn4)
-                  .segments(),
-              (Segs{{"2", {"4200000001", "65536", "100"}}, {"1", {"200", "4200000000"}}}));
-    // Empty: nothing for an internal peer, the local AS alone for an external one.
-    EXPECT_EQ(decodeOne(wire(asPathFor("-", 2, true, 65001, false, true).bytes()), kAsn4).length,
-              0u);
-    EXPECT_EQ(decodeOne(wire(asPathFor("-", 2, true, 65001).bytes()), kAsn4).segments(),
-              (Segs{{"2", {"65001"}}}));
-}
-
-TEST(TsharkEncoders, AsPathSegmentAndLengthBoundaries) {
-    NEED_TSHARK();
-    // 254 numbers and the local AS fill one wire segment; 255 spill one into a second.
-    {
-        auto d = decodeOne(wire(asPathFor(OrvTest::asRun(1, 254).c_str(), 2, true, 65001).bytes()),
-                           kAsn4);
-        Strings all = {"65001"};
-        for (auto& s : numbers(1, 254))
-            all.push_back(s);
-        EXPECT_EQ(d.segments(), (Segs{{"2", all}}));
+    struct Case {
+        std::string path;
+        const char* peer; // 2- or 4-byte numbers, then External, Internal or Confederation
+        uint32_t localAs;
+        std::string segments;
+        uint8_t type = 2;
+    };
+    const std::string upTo254 = numbers(1, 254, "65001");
+    const std::vector<Case> cases = {
+        // Confederation peer, path not led by a confederation sequence: the local AS in a new one;
+        // AS_TRANS in a confederation segment does not ask for AS4_PATH.
+        {"(70000) 100", "2C", 65001, "3[65001] 3[23456] 2[100]"},
+        {"[1 2] 3", "2I", 0, "4[1 2] 2[3]"},
+        {"65536 100 {200 4200000000}", "4E", 4200000001u,
+         "2[4200000001 65536 100] 1[200 4200000000]"},
+        // Empty: nothing for an internal peer, the local AS alone for an external one.
+        {"-", "4I", 65001, ""},
+        {"-", "4E", 65001, "2[65001]"},
+        // 254 numbers and the local AS fill one wire segment; 255 spill one into a second.
+        {OrvTest::asRun(1, 254), "4E", 65001, "2[" + upTo254 + "]"},
+        {OrvTest::asRun(1, 255), "4E", 65001, "2[" + upTo254 + "] 2[255]"},
+        // Value lengths 254 and 256 (2-byte numbers, 126 and 127 of them): 1- and 2-byte lengths.
+        {OrvTest::asRun(1000, 126), "2I", 0, "2[" + numbers(1000, 126, "") + "]"},
+        {OrvTest::asRun(1000, 127), "2I", 0, "2[" + numbers(1000, 127, "") + "]"},
+        // The largest set, 255 numbers, in 4-byte form (1022 bytes).
+        {"{" + OrvTest::asRun(70000, 255) + "}", "4I", 0, "1[" + numbers(70000, 255, "") + "]", 17},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.path.substr(0, 40) + " to " + c.peer);
+        const bool fourByte = c.peer[0] == '4';
+        auto r = asPathFor(c.path.c_str(), c.type, fourByte, c.localAs, c.peer[1] == 'C',
+                           c.peer[1] == 'I');
+        EXPECT_FALSE(r.needAs4Path());
+        auto d = decodeOne(wire(r.bytes()), fourByte ? kAsn4 : kAsn2);
+        EXPECT_EQ(d.segments(), c.segments);
+        // Each segment is a type and a count, then its numbers.
+        const size_t segs = std::count(c.segments.begin(), c.segments.end(), '[');
+        const size_t ases = segs ? std::count(c.segments.begin(), c.segments.end(), ' ') + 1 : 0;
+        EXPECT_EQ(d.length, 2 * segs + (fourByte ? 4 : 2) * ases);
     }
-    {
-        auto d = decodeOne(wire(asPathFor(OrvTest::asRun(1, 255).c_str(), 2, true, 65001).bytes()),
-                           kAsn4);
-        Strings first = {"65001"};
-        for (auto& s : numbers(1, 254))
-            first.push_back(s);
-        EXPECT_EQ(d.segments(), (Segs{{"2", first}, {"2", {"255"}}}));
-    }
-    // Value lengths 254 and 256 (2-byte numbers, 126 and 127 of them): 1- and 2-byte lengths.
-    for (uint32_t n : {126u, 127u}) {
-        auto r = asPathFor(OrvTest::asRun(1000, n).c_str(), 2, false, 0, false, true);
-        auto d = decodeOne(wire(r.bytes()), kAsn2);
-        EXPECT_EQ(d.length, 2 + 2 * n);
-        EXPECT_EQ(d.segments(), (Segs{{"2", numbers(1000, n)}}));
-    }
-    // The largest set, 255 numbers, in 4-byte form (1022 bytes).
-    auto set =
-        asPathFor(("{" + OrvTest::asRun(70000, 255) + "}").c_str(), 17, true, 0, false, true);
-    EXPECT_EQ(decodeOne(wire(set.bytes()), kAsn4).segments(), (Segs{{"1", numbers(70000, 255)}}));
 }
 
 // ---- ORIGINATOR_ID and CLUSTER_LIST
@@ -290,9 +275,7 @@ TEST(TsharkEncoders, OriginatorIdAndClusterList) {
         Strings ids;
         for (uint32_t i = 0; i < n; ++i) {
             c.clusterIdEnq(ip(0x0a000000 + i * 257));
-            char hex[9];
-            std::snprintf(hex, sizeof hex, "%08x", 0x0a000000 + i * 257);
-            ids.push_back(hex);
+            ids.push_back(Mel::Bytes(ip(0x0a000000 + i * 257).data(), 4).toHex());
         }
         AttrSetStringStore store;
         ClusterListDedupTable::instance().findOrCreate(c)->serialize(store);
@@ -373,7 +356,7 @@ TEST(TsharkEncoders, AggregatorAndAs4Aggregator) {
 
 TEST(TsharkEncoders, BgpLsAttribute) {
     NEED_TSHARK();
-    // Node name TLV (1026) "rtr1", then an empty value and one over 255 bytes.
+    // Node name TLV (1026) "rtr1", then a node name over 255 bytes.
     auto ls = LinkStateAttrBase::intern(OrvTest::bytesFromHex("04 02 00 04 72 74 72 31"));
     auto d = decodeOne(wire(ls->serialize()));
     EXPECT_EQ(d.value("bgp.ls.type"), "1026");
@@ -760,10 +743,16 @@ TEST(TsharkEncoders, WholeSetsForEveryKindOfPeer) {
     struct Peer {
         const char* name;
         bool fourByte, internal, nextHop;
+        const char* types; // of the attributes written, in order
     };
-    for (const Peer& p :
-         {Peer{"2-byte external", false, false, true}, Peer{"4-byte internal", true, true, true},
-          Peer{"4-byte internal, next hop elsewhere", true, true, false}}) {
+    for (const Peer& p : {
+             Peer{"2-byte external", false, false, true,
+                  "1 2 3 4 6 7 8 16 17 18 22 23 26 32 36 40 240"},
+             Peer{"4-byte internal", true, true, true,
+                  "1 2 3 4 5 6 7 8 9 10 16 22 23 26 32 36 40 240"},
+             Peer{"4-byte internal, next hop elsewhere", true, true, false,
+                  "1 2 4 5 6 7 8 9 10 16 22 23 26 32 36 40 240"},
+         }) {
         SCOPED_TRACE(p.name);
         AttrSetStringStore store;
         set->serializeInternal(&store, p.fourByte, p.internal, p.nextHop);
@@ -780,19 +769,10 @@ TEST(TsharkEncoders, WholeSetsForEveryKindOfPeer) {
             EXPECT_EQ(d.attrs[i].type, store.attrTypes()[i]);
             types.push_back(std::to_string(d.attrs[i].type));
         }
-        Strings want = {"1", "2"};
-        if (p.nextHop) want.push_back("3");
-        want.insert(want.end(), {"4"});
-        if (p.internal) want.push_back("5");
-        want.insert(want.end(), {"6", "7", "8"});
-        if (p.internal) want.insert(want.end(), {"9", "10"});
-        want.push_back("16");
-        if (!p.fourByte) want.insert(want.end(), {"17", "18"});
-        want.insert(want.end(), {"22", "23", "26", "32", "36", "40", "240"});
-        EXPECT_EQ(types, want);
+        EXPECT_EQ(types, words(p.types));
         auto field = [&](size_t i, const char* name) { return d.attrs[i].value(name); };
         EXPECT_EQ(field(0, "bgp.update.path_attribute.origin"), "1");
-        EXPECT_EQ(d.attrs[1].segments().at(0).second.at(0), p.fourByte ? "70000" : "23456");
+        EXPECT_EQ(d.attrs[1].segments().substr(0, 8), p.fourByte ? "2[70000 " : "2[23456 ");
         EXPECT_EQ(d.raw.decodedField("bgp.update.path_attribute.multi_exit_disc"), "10");
         EXPECT_EQ(d.raw.decodedField("bgp.update.path_attribute.next_hop"),
                   p.nextHop ? "192.0.2.44" : "");

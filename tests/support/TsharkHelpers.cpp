@@ -22,24 +22,12 @@ namespace {
 namespace fs = std::filesystem;
 namespace pt = boost::property_tree;
 
-void put16(std::vector<std::uint8_t>& out, unsigned v) {
-    out.push_back(static_cast<std::uint8_t>(v >> 8));
-    out.push_back(static_cast<std::uint8_t>(v));
-}
-
-void put32(std::vector<std::uint8_t>& out, std::uint32_t v) {
-    put16(out, v >> 16);
-    put16(out, v & 0xffff);
-}
-
-void put32le(std::vector<std::uint8_t>& out, std::uint32_t v) {
-    for (int i = 0; i < 4; ++i)
-        out.push_back(static_cast<std::uint8_t>(v >> (8 * i)));
-}
-
-void put16le(std::vector<std::uint8_t>& out, unsigned v) {
-    out.push_back(static_cast<std::uint8_t>(v));
-    out.push_back(static_cast<std::uint8_t>(v >> 8));
+// Writes v's low `bytes` bytes at `at`, most significant first unless `littleEndian`.
+void put(std::vector<std::uint8_t>& out, std::size_t at, std::uint32_t v, int bytes,
+         bool littleEndian = false) {
+    for (int i = 0; i < bytes; ++i)
+        out[at + std::size_t(i)] =
+            static_cast<std::uint8_t>(v >> (8 * (littleEndian ? i : bytes - 1 - i)));
 }
 
 // Fills `fields`, `text` and `warnings` from the PDML elements beneath `node`; `depth` counts the
@@ -150,64 +138,37 @@ std::string TsharkDecode::decodedField(const std::string& name) const {
 }
 
 std::vector<std::uint8_t> buildUpdate(std::span<const std::uint8_t> attributes) {
-    static constexpr std::uint8_t nlri[] = {8, 10}; // 10.0.0.0/8
-    std::vector<std::uint8_t> msg(16, 0xff);
-    put16(msg, static_cast<unsigned>(19 + 2 + 2 + attributes.size() + sizeof nlri));
-    msg.push_back(2); // UPDATE
-    put16(msg, 0);    // no withdrawn routes
-    put16(msg, static_cast<unsigned>(attributes.size()));
+    // Marker, length, UPDATE, no withdrawn routes, the attributes' length; then the NLRI
+    // 10.0.0.0/8.
+    std::vector<std::uint8_t> msg =
+        bytesFromHex("ffffffffffffffffffffffffffffffff 0000 02 0000 0000");
+    put(msg, 16, static_cast<std::uint32_t>(msg.size() + attributes.size() + 2), 2);
+    put(msg, 21, static_cast<std::uint32_t>(attributes.size()), 2);
     msg.insert(msg.end(), attributes.begin(), attributes.end());
-    msg.insert(msg.end(), std::begin(nlri), std::end(nlri));
+    msg.insert(msg.end(), {8, 10});
     return msg;
 }
 
 std::vector<std::uint8_t> buildPcap(std::span<const std::uint8_t> payload) {
     if (payload.size() > 65535 - 40)
         throw std::length_error("buildPcap: payload does not fit one IPv4 packet");
-    static constexpr std::uint8_t src[4] = {192, 0, 2, 1}, dst[4] = {192, 0, 2, 2};
-    const unsigned tcpLen = static_cast<unsigned>(20 + payload.size());
-
-    std::vector<std::uint8_t> ip;
-    ip.push_back(0x45);
-    ip.push_back(0);
-    put16(ip, 20 + tcpLen);
-    put16(ip, 1);      // identification
-    put16(ip, 0x4000); // don't fragment
-    ip.push_back(64);  // TTL
-    ip.push_back(6);   // TCP
-    put16(ip, 0);      // checksum: tshark is told not to check it
-    ip.insert(ip.end(), std::begin(src), std::end(src));
-    ip.insert(ip.end(), std::begin(dst), std::end(dst));
-
-    std::vector<std::uint8_t> tcp;
-    put16(tcp, 179);
-    put16(tcp, 50179);
-    put32(tcp, 1000); // sequence
-    put32(tcp, 2000); // acknowledgement
-    tcp.push_back(0x50);
-    tcp.push_back(0x18); // PSH, ACK
-    put16(tcp, 65535);
-    put16(tcp, 0); // checksum, not checked either
-    put16(tcp, 0);
-    tcp.insert(tcp.end(), payload.begin(), payload.end());
-
-    std::vector<std::uint8_t> frame = {0x02, 0, 0, 0, 0, 0x02, 0x02, 0, 0, 0, 0, 0x01, 0x08, 0x00};
-    frame.insert(frame.end(), ip.begin(), ip.end());
-    frame.insert(frame.end(), tcp.begin(), tcp.end());
-
-    std::vector<std::uint8_t> file;
-    put32le(file, 0xa1b2c3d4); // pcap, microsecond timestamps
-    put16le(file, 2);
-    put16le(file, 4);
-    put32le(file, 0);      // timezone
-    put32le(file, 0);      // accuracy
-    put32le(file, 262144); // snap length
-    put32le(file, 1);      // Ethernet
-    put32le(file, 1700000000);
-    put32le(file, 0);
-    put32le(file, static_cast<std::uint32_t>(frame.size()));
-    put32le(file, static_cast<std::uint32_t>(frame.size()));
-    file.insert(file.end(), frame.begin(), frame.end());
+    std::vector<std::uint8_t> file = bytesFromHex(
+        // pcap (microsecond timestamps, version 2.4, snap length 262144, Ethernet).
+        "d4c3b2a1 0200 0400 00000000 00000000 00000400 01000000 "
+        // The record: time 1700000000, the frame's length twice (set below).
+        "00f15365 00000000 00000000 00000000 "
+        // Ethernet 02:00:00:00:00:01 -> 02:00:00:00:00:02, IPv4.
+        "020000000002 020000000001 0800 "
+        // IPv4: length set below, id 1, don't fragment, TTL 64, TCP, no checksum (tshark is told
+        // not to check it), 192.0.2.1 -> 192.0.2.2.
+        "4500 0000 0001 4000 40 06 0000 c0000201 c0000202 "
+        // TCP 179 -> 50179, sequence 1000, acknowledgement 2000, PSH ACK, window 65535.
+        "00b3 c403 000003e8 000007d0 5018 ffff 0000 0000");
+    const auto frameLen = static_cast<std::uint32_t>(file.size() - 40 + payload.size());
+    put(file, 32, frameLen, 4, true);
+    put(file, 36, frameLen, 4, true);
+    put(file, 40 + 14 + 2, frameLen - 14, 2);
+    file.insert(file.end(), payload.begin(), payload.end());
     return file;
 }
 

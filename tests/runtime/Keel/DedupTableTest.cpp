@@ -74,26 +74,35 @@ protected:
     void TearDown() override { Probe::collide = false; }
 };
 
-TEST_P(DedupTableTest, EqualContentsShareOneObjectAndLeaveWithTheLastHolder) {
+// Equal contents share one object, held by the table and each holder, which leaves with its last
+// holder. Objects carry no table: two live tables of one type must each release only their own
+// objects, and each object must report its own table.
+TEST_P(DedupTableTest, EqualContentsShareOneObjectPerTableAndLeaveWithTheLastHolder) {
     int64_t before = liveProbes();
-    ProbeTable table("ProbeDedupTable", GetParam());
-    auto a = table.intern(7);
-    auto b = table.intern(7);
-    auto c = table.intern(8);
-    EXPECT_EQ(a, b);
-    EXPECT_NE(a, c);
-    EXPECT_TRUE(a->isDeduped());
-    EXPECT_EQ(a->dedupTable(), &table);
-    EXPECT_EQ(table.size(), 2u);
-    EXPECT_EQ(a->refCount(), 3u); // two holders and the table
-    a.reset();
-    b.reset();
-    EXPECT_EQ(table.size(), 1u);
-    ProbeContent k;
-    k.value = 7;
-    EXPECT_FALSE(table.find(Probe::hashOf(7), k));
-    c.reset();
-    EXPECT_EQ(table.size(), 0u);
+    {
+        ProbeTable a("ProbeDedupTable", GetParam()), b("ProbeDedupTable", GetParam());
+        auto inA = a.intern(7), again = a.intern(7), other = a.intern(8), inB = b.intern(7);
+        EXPECT_EQ(inA, again);
+        EXPECT_NE(inA, other);
+        EXPECT_NE(inA, inB);
+        EXPECT_TRUE(inA->isDeduped());
+        EXPECT_EQ(inA->dedupTable(), &a);
+        EXPECT_EQ(inB->dedupTable(), &b);
+        EXPECT_EQ(a.size(), 2u);
+        EXPECT_EQ(inA->refCount(), 3u); // two holders and the table
+        inA.reset();
+        again.reset(); // leaves a, not b
+        EXPECT_EQ(a.size(), 1u);
+        EXPECT_EQ(b.size(), 1u);
+        ProbeContent k;
+        k.value = 7;
+        EXPECT_FALSE(a.find(Probe::hashOf(7), k));
+        EXPECT_EQ(b.intern(7), inB);
+        other.reset();
+        inB.reset();
+        EXPECT_EQ(a.size(), 0u);
+        EXPECT_EQ(b.size(), 0u);
+    }
     EXPECT_EQ(liveProbes(), before);
 }
 
@@ -141,28 +150,6 @@ TEST_P(DedupTableTest, DestroyedTableDetachesItsObjects) {
     EXPECT_EQ(Probe::destroyed, destroyedBefore + 1);
     survivor.reset();
     EXPECT_EQ(Probe::destroyed, destroyedBefore + 2);
-}
-
-// Objects carry no table: two live tables of one type must each release only their own objects,
-// and each object must report its own table.
-TEST_P(DedupTableTest, TwoTablesOfOneTypeKeepTheirOwnObjects) {
-    int64_t before = liveProbes();
-    {
-        ProbeTable a("ProbeDedupTable", GetParam()), b("ProbeDedupTable", GetParam());
-        auto inA = a.intern(7), inB = b.intern(7);
-        EXPECT_NE(inA.get(), inB.get());
-        EXPECT_EQ(inA->dedupTable(), &a);
-        EXPECT_EQ(inB->dedupTable(), &b);
-        auto again = b.intern(7);
-        EXPECT_EQ(again.get(), inB.get());
-        inA.reset(); // leaves a, not b
-        EXPECT_EQ(a.size(), 0u);
-        EXPECT_EQ(b.size(), 1u);
-        again.reset();
-        inB.reset();
-        EXPECT_EQ(b.size(), 0u);
-    }
-    EXPECT_EQ(liveProbes(), before);
 }
 
 INSTANTIATE_TEST_SUITE_P(Forms, DedupTableTest, ::testing::Values(true, false),

@@ -16,6 +16,11 @@ uint32_t hashOf(uint32_t ref) {
     return hashes.at(ref);
 }
 
+// Where `ref` sits in `set`, or npos.
+uint32_t slotOf(const Keel::RefSet& set, uint32_t ref) {
+    return set.find(hashes.at(ref), [ref](uint32_t r) { return r == ref; });
+}
+
 // Random inserts and removals against a model, with hashes drawn from a few values (long runs
 // of equal home slots, wrap-around at the end of the array) or from many, and (big) half the
 // references from the middle of the run on too large for a packed slot, so the set turns wide
@@ -35,11 +40,10 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
             uint32_t ref = 1 + rng() % 3000;
             if (big && step >= 20000 && ref % 2) ref |= Keel::RefSet::packedLimit << (ref % 7);
             if (!hashes.count(ref)) hashes[ref] = uint32_t(rng() % distinctHashes) * 0x9E3779B9u;
-            uint32_t h = hashes[ref];
-            uint32_t at = set.find(h, [ref](uint32_t r) { return r == ref; });
+            uint32_t at = slotOf(set, ref);
             ASSERT_EQ(at != Keel::RefSet::npos, live[ref]) << "step " << step;
             if (at == Keel::RefSet::npos) {
-                set.insert(h, ref, &hashOf, &bytes);
+                set.insert(hashes[ref], ref, &hashOf, &bytes);
                 live[ref] = true;
             } else {
                 ASSERT_EQ(set.refAt(at), ref);
@@ -60,9 +64,7 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
         EXPECT_EQ(anyBig, big);
         EXPECT_EQ(set.wide(), big);
         for (auto& [ref, in] : live)
-            EXPECT_EQ(set.find(hashes[ref], [r = ref](uint32_t x) { return x == r; }) !=
-                          Keel::RefSet::npos,
-                      in);
+            EXPECT_EQ(slotOf(set, ref) != Keel::RefSet::npos, in) << ref;
         // Removed slots are dropped when the set grows: churn does not inflate it.
         EXPECT_LE(set.capacity(),
                   peak * 100 / Keel::RefSet::targetLoadPercent + Keel::RefSet::groupSlots);
@@ -71,16 +73,14 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
         set.forEach([&](uint32_t r) { drop.push_back(r); });
         for (size_t k = 0; k < drop.size() * 9 / 10; ++k) {
             uint32_t r = drop[k];
-            set.eraseAt(set.find(hashes[r], [r](uint32_t x) { return x == r; }), &hashOf, &bytes);
+            set.eraseAt(slotOf(set, r), &hashOf, &bytes);
             live[r] = false;
         }
         EXPECT_LE(100 * uint64_t(set.size()), Keel::RefSet::maxLoadPercent * set.capacity());
         EXPECT_GE(100 * uint64_t(set.size() + Keel::RefSet::groupSlots),
                   Keel::RefSet::minLoadPercent * uint64_t(set.capacity()));
         for (auto& [ref, in] : live)
-            ASSERT_EQ(set.find(hashes[ref], [r = ref](uint32_t x) { return x == r; }) !=
-                          Keel::RefSet::npos,
-                      in);
+            ASSERT_EQ(slotOf(set, ref) != Keel::RefSet::npos, in) << ref;
         ASSERT_EQ(bytes.load(), int64_t(set.memoryBytes()));
         // The big ones gone, the next rebuild packs the set again.
         if (big) {
@@ -89,8 +89,7 @@ TEST(RefSet, AgreesWithAModelUnderChurnAndCollisions) {
                 if (r >= Keel::RefSet::packedLimit) bigOnes.push_back(r);
             });
             for (uint32_t r : bigOnes) {
-                set.eraseAt(set.find(hashes[r], [r](uint32_t x) { return x == r; }), &hashOf,
-                            &bytes);
+                set.eraseAt(slotOf(set, r), &hashOf, &bytes);
                 live[r] = false;
             }
             for (uint32_t ref = 1; set.wide(); ++ref) {

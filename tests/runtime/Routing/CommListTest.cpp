@@ -34,15 +34,11 @@ TEST(CommunityLists, WireFormsByteForByte) {
 }
 
 TEST(CommunityLists, ExtendedLengthFrom256BytesOfValue) {
-    std::vector<uint32_t> c63(63, 1), c64(64, 1);
-    auto b63 = CommList::intern(c63)->serialize();
-    auto b64 = CommList::intern(c64)->serialize();
-    EXPECT_EQ(b63.size(), 3u + 252);
-    EXPECT_EQ(b63[0], 0xc0);
-    EXPECT_EQ(b64.size(), 4u + 256);
-    EXPECT_EQ(b64[0], 0xd0);
-    EXPECT_EQ(b64[2], 0x01);
-    EXPECT_EQ(b64[3], 0x00);
+    for (auto [n, header] : {std::pair{63, "c008fc"}, {64, "d0080100"}}) {
+        auto b = CommList::intern(std::vector<uint32_t>(size_t(n), 1))->serialize();
+        EXPECT_EQ(b.size(), 4 * size_t(n) + strlen(header) / 2);
+        EXPECT_EQ(Mel::Bytes(b.span().first(strlen(header) / 2)).toHex(), header);
+    }
 }
 
 TEST(CommunityLists, OrderIsPartOfTheValueAndMembershipIsExact) {
