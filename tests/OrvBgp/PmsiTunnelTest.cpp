@@ -111,11 +111,6 @@ TEST(PmsiTunnel, ClassesSharingATableStayApart) {
     EXPECT_EQ(ir->castToGeneral(), nullptr);
     EXPECT_EQ(general->castToGeneral(), general.get());
     EXPECT_EQ(general->castToIngressReplication(), nullptr);
-    EXPECT_EQ(general->castToPim(), nullptr);
-    EXPECT_EQ(general->castToMldpP2mpGenericLspId(), nullptr);
-    auto mldp = pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0, addr("192.0.2.1"), 1);
-    EXPECT_EQ(mldp->castToMldpP2mpGenericLspId(), mldp.get());
-    EXPECT_EQ(mldp->castToPim(), nullptr);
 }
 
 // A label keeps its 20 bits everywhere: every class interns 0x123456 as 0x23456, shows 144470 and
