@@ -104,15 +104,13 @@ TEST(ClusterList, IdsBeyondTheInlineSpaceSurviveInterning) {
     }
 }
 
-TEST(ClusterList, TextFormEndsEveryIdWithABlank) {
+// The list's text ends every id with a blank; the content's value form reads back.
+TEST(ClusterList, TextForms) {
     auto l = intern(ClusterListContent(ip("192.0.2.1"), {ip("10.0.0.1"), ip("10.0.0.2")}));
     EXPECT_EQ(l->toStrep(), "10.0.0.1 10.0.0.2 ");
     EXPECT_EQ(ClusterList::destashStrep(l.get(), &MelStash::StoreManager::instance()),
               "10.0.0.1 10.0.0.2 ");
     EXPECT_EQ(intern(ClusterListContent(ip("192.0.2.1"), {}))->toStrep(), "");
-}
-
-TEST(ClusterList, ContentValueFormReadsBack) {
     const ClusterListContent c(ip("192.0.2.1"), {ip("10.0.0.1"), ip("10.0.0.2")});
     const std::string text = Mel::valueToStrep(c);
     EXPECT_EQ(text, "Value('Routing::Bgp::ClusterListContent', ** {'originatorId': '192.0.2.1', "
