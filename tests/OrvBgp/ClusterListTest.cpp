@@ -64,22 +64,22 @@ TEST(ClusterList, WireFormsMatchVectors) {
 
 // ---- value: hash, equality, order, text
 
-// Lists order lexicographically by their ids (numerically, a prefix first), then by originator;
-// contents and interned lists alike. Equality and the hash need the same ids in the same order and
-// the same originator (an empty list is not a list of 0.0.0.0).
+// Lists order by originator id, then lexicographically by their ids (numerically, a proper prefix
+// first); contents and interned lists alike. Equality and the hash need the same ids in the same
+// order and the same originator (an empty list is not a list of 0.0.0.0).
 TEST(ClusterList, OrderEqualityAndHash) {
     const std::vector<ClusterListContent> sorted = {
         {},
-        ClusterListContent(ip("1.1.1.1"), {}),
         ClusterListContent({}, {ip("0.0.0.0")}),
         ClusterListContent({}, {ip("1.1.1.1")}),
         ClusterListContent({}, {ip("1.1.1.1"), ip("2.2.2.2")}),
         ClusterListContent({}, {ip("9.0.0.0")}),
         ClusterListContent({}, {ip("10.0.0.0")}), // numeric, not byte-string, order
         ClusterListContent({}, {ip("10.0.0.1"), ip("10.0.0.2")}),
+        ClusterListContent({}, {ip("10.0.0.2"), ip("10.0.0.1")}),
         ClusterListContent(ip("1.0.0.1"), {ip("10.0.0.1"), ip("10.0.0.2")}),
         ClusterListContent(ip("1.0.0.2"), {ip("10.0.0.1"), ip("10.0.0.2")}),
-        ClusterListContent({}, {ip("10.0.0.2"), ip("10.0.0.1")}),
+        ClusterListContent(ip("1.1.1.1"), {}),
     };
     for (size_t i = 0; i < sorted.size(); ++i) {
         for (size_t j = 0; j < sorted.size(); ++j) {
