@@ -186,12 +186,8 @@ TEST(PmsiTunnel, WireFormsMatchVectors) {
         SCOPED_TRACE(c.name);
         EXPECT_EQ(hexOf(c.tunnel->serialize()), hexOf(v.at(c.name)));
     }
-    auto pim6 = pmsiTunnelPimFactory(Flags(), PmsiTunnel::tunnelTypePimSsmTree, 0,
-                                     addr("2001:db8::1"), addr("ff3e::1234"));
-    EXPECT_EQ(pim6->serializedTunnelIdentifierSize(), 32u);
-    EXPECT_EQ(pmsiTunnelMldpP2mpGenericLspIdFactory(Flags(), 0, addr("2001:db8::1"), 7)
-                  ->serializedTunnelIdentifierSize(),
-              16u + 13u);
+    EXPECT_EQ(cases[3].tunnel->serializedTunnelIdentifierSize(), 32u);       // pim_ssm_v6
+    EXPECT_EQ(cases[5].tunnel->serializedTunnelIdentifierSize(), 16u + 13u); // mldp_generic_v6
 }
 
 TEST(PmsiTunnel, IdentifierOf251BytesTakesTheExtendedLength) {
