@@ -112,7 +112,8 @@ public:
             int status = 0;
             if (::waitpid(pid_, &status, WNOHANG) == pid_) {
                 pid_ = -1;
-                return "BIRD did not start: " + slurp(dir_ + "/stdout") + slurp(dir_ + "/bird.log");
+                return "BIRD did not start: " + census_test::readText(dir_ + "/stdout") +
+                       census_test::readText(dir_ + "/bird.log");
             }
             // Up, and p1 listening for us.
             if (fs::exists(sock_) && cli("show protocols p1").find("Passive") != std::string::npos)
@@ -125,7 +126,7 @@ public:
     std::string cli(const std::string& cmd) const {
         return capture(birdc_ + " -s " + sock_ + " " + cmd);
     }
-    std::string log() const { return slurp(dir_ + "/bird.log"); }
+    std::string log() const { return census_test::readText(dir_ + "/bird.log"); }
 
     // Routes p1 imported (both channels), from its own counters.
     uint64_t imported() const {
@@ -156,13 +157,6 @@ public:
     }
 
 private:
-    static std::string slurp(const std::string& path) {
-        std::ifstream f(path);
-        std::stringstream s;
-        s << f.rdbuf();
-        return s.str();
-    }
-
     pid_t pid_ = -1;
     std::string dir_, sock_, birdc_;
 };
